@@ -1,0 +1,20 @@
+# jsoncpp and libcurl, as CMake packages where the system has them, through pkg-config where it does not.
+
+find_package(CURL QUIET)
+if(NOT TARGET CURL::libcurl)
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(LIBCURL REQUIRED IMPORTED_TARGET libcurl)
+  add_library(CURL::libcurl ALIAS PkgConfig::LIBCURL)
+endif()
+
+find_package(jsoncpp QUIET)
+add_library(tunnel_mngr_json INTERFACE)
+if(TARGET jsoncpp_lib)
+  target_link_libraries(tunnel_mngr_json INTERFACE jsoncpp_lib)
+elseif(TARGET jsoncpp_static)
+  target_link_libraries(tunnel_mngr_json INTERFACE jsoncpp_static)
+else()
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
+  target_link_libraries(tunnel_mngr_json INTERFACE PkgConfig::JSONCPP)
+endif()

@@ -1,0 +1,33 @@
+# What every target of the project is compiled with. A user's build gets the language level and nothing that a newer
+# compiler could turn into an error; the developer presets add the warnings as errors and the sanitizers.
+
+option(TUNNEL_MNGR_STRICT "Treat the developers' warnings as errors" OFF)
+set(TUNNEL_MNGR_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+
+add_library(tunnel_mngr_settings INTERFACE)
+target_compile_features(tunnel_mngr_settings INTERFACE cxx_std_17)
+target_include_directories(tunnel_mngr_settings INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(tunnel_mngr_settings INTERFACE _GNU_SOURCE)
+
+find_package(Threads REQUIRED)
+target_link_libraries(tunnel_mngr_settings INTERFACE Threads::Threads)
+
+if(TUNNEL_MNGR_STRICT)
+  target_compile_options(tunnel_mngr_settings INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wformat=2 -Werror
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+endif()
+
+if(TUNNEL_MNGR_SANITIZE)
+  target_compile_options(tunnel_mngr_settings INTERFACE
+    -fsanitize=${TUNNEL_MNGR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tunnel_mngr_settings INTERFACE -fsanitize=${TUNNEL_MNGR_SANITIZE})
+endif()
+
+# One library per folder: tunnel_mngr_folder(NAME SOURCES ... KNOWS ...) links it to the folders that it may know and to
+# nothing else of ours.
+function(tunnel_mngr_folder name)
+  cmake_parse_arguments(FOLDER "" "" "SOURCES;KNOWS" ${ARGN})
+  add_library(${name} STATIC ${FOLDER_SOURCES})
+  target_link_libraries(${name} PUBLIC tunnel_mngr_settings ${FOLDER_KNOWS})
+endfunction()

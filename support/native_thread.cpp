@@ -1,0 +1,55 @@
+#include "support/native_thread.h"
+
+#include <memory>
+#include <utility>
+
+namespace ZEL {
+namespace {
+
+class Attributes {
+ public:
+  Attributes(std::size_t stackBytes, bool detached) {
+    pthread_attr_init(&attributes_);
+    pthread_attr_setstacksize(&attributes_, stackBytes);
+    if (detached) pthread_attr_setdetachstate(&attributes_, PTHREAD_CREATE_DETACHED);
+  }
+  ~Attributes() { pthread_attr_destroy(&attributes_); }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+
+  const pthread_attr_t* get() const { return &attributes_; }
+
+ private:
+  pthread_attr_t attributes_{};
+};
+
+void* runBody(void* argument) {
+  const std::unique_ptr<std::function<void()>> body(static_cast<std::function<void()>*>(argument));
+  (*body)();
+  return nullptr;
+}
+
+}  // namespace
+
+BlockedSignals::BlockedSignals() : before_() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before_);
+}
+
+BlockedSignals::~BlockedSignals() {
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
+bool spawnThread(std::size_t stackBytes, std::function<void()> body, pthread_t* handle) {
+  const Attributes attributes(stackBytes, handle == nullptr);
+  auto argument = std::make_unique<std::function<void()>>(std::move(body));
+  pthread_t detached{};
+  const BlockedSignals blocked;  // the new thread starts with this mask
+  if (pthread_create(handle != nullptr ? handle : &detached, attributes.get(), runBody, argument.get()) != 0)
+    return false;
+  static_cast<void>(argument.release());  // runBody owns it now
+  return true;
+}
+
+}  // namespace ZEL

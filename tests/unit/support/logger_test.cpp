@@ -1,0 +1,273 @@
+#include "support/logger.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/text.h"
+#include "tests/unit/harness/captured_log.h"
+#include "tests/unit/harness/child_process.h"
+#include "tests/unit/harness/private_system.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::StartsWith;
+using ZEL::Logger;
+using Level = ZEL::Logger::PrintLevel;
+
+constexpr Logger::PrintMode kSystemLog = 3;
+constexpr Logger::PrintMode kFallback = 1;
+
+/// One line at every level.
+void logAtEveryLevel() {
+  ZEL_LOG(ERROR, "[%s] a", "T");
+  ZEL_LOG(WARNING, "[%s] b", "T");
+  ZEL_LOG(INFO, "[%s] c", "T");
+  ZEL_LOG(DEBUG, "[%s] d", "T");
+  ZEL_LOG(TRACE, "[%s] e", "T");
+}
+
+TEST(Logger, letsThroughWhatIsAtMostThePrintLevel) {
+  const struct {
+    int printLevel;
+    const char* lines;
+  } rows[] = {
+      {-1, ""},
+      {0, "ERROR [T] a\n"},
+      {24, "ERROR [T] a\n"},
+      {25, "ERROR [T] a\nWARNING [T] b\n"},
+      {49, "ERROR [T] a\nWARNING [T] b\n"},
+      {50, "ERROR [T] a\nWARNING [T] b\nINFO [T] c\n"},
+      {74, "ERROR [T] a\nWARNING [T] b\nINFO [T] c\n"},
+      {75, "ERROR [T] a\nWARNING [T] b\nINFO [T] c\nDEBUG [T] d\n"},
+      {99, "ERROR [T] a\nWARNING [T] b\nINFO [T] c\nDEBUG [T] d\n"},
+      {100, "ERROR [T] a\nWARNING [T] b\nINFO [T] c\nDEBUG [T] d\nTRACE [T] e\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.printLevel);
+    const CapturedLog log(row.printLevel);
+    logAtEveryLevel();
+    EXPECT_EQ(log.text(), row.lines);
+  }
+}
+
+TEST(Logger, ordersItsLevelsByHowMuchTheyTell) {
+  constexpr std::array<int, 5> kLevels{Level::ERROR_LEVEL, Level::WARNING_LEVEL, Level::INFO_LEVEL, Level::DEBUG_LEVEL,
+                                       Level::TRACE_LEVEL};
+  EXPECT_THAT(kLevels, testing::ElementsAre(0, 25, 50, 75, 100));
+  for (const int printLevel : kLevels) {
+    const CapturedLog log(printLevel);
+    for (const int level : kLevels) EXPECT_EQ(Logger::isPrintable(level), level <= printLevel);
+  }
+}
+
+TEST(Logger, takesTheLastPrintLevelWhateverTheFlag) {
+  const CapturedLog log(Level::ERROR_LEVEL);
+  for (const bool flag : {false, true}) {
+    Logger::setPrintLevel(Level::TRACE_LEVEL, !flag);
+    Logger::setPrintLevel(Level::INFO_LEVEL, flag);
+    EXPECT_TRUE(Logger::isPrintable(Level::INFO_LEVEL));
+    EXPECT_FALSE(Logger::isPrintable(Level::DEBUG_LEVEL));
+  }
+}
+
+TEST(Logger, evaluatesTheArgumentsOnlyOfWhatIsWritten) {
+  const CapturedLog log(Level::INFO_LEVEL);
+  int evaluated = 0;
+  ZEL_LOG(DEBUG, "%d", ++evaluated);
+  EXPECT_EQ(evaluated, 0);
+  ZEL_LOG(INFO, "%d", ++evaluated);
+  EXPECT_EQ(evaluated, 1);
+  EXPECT_EQ(log.text(), "INFO 1\n");
+}
+
+TEST(Logger, isOneStatementBehindACondition) {
+  const CapturedLog log(Level::INFO_LEVEL);
+  const bool isNeeded = false;
+  if (isNeeded)
+    ZEL_LOG(INFO, "yes");
+  else
+    ZEL_LOG(INFO, "no");
+  EXPECT_EQ(log.text(), "INFO no\n");
+}
+
+TEST(Logger, writesEachMessageAsALine) {
+  const std::string longText(100000, 'x');
+  const struct {
+    std::string message;
+    std::string line;
+  } rows[] = {
+      {"text", "ERROR text\n"},
+      {"ends its line itself\n", "ERROR ends its line itself\n"},
+      {"two\nlines", "ERROR two\nlines\n"},
+      {"", "ERROR \n"},
+      {"%s is not a conversion here", "ERROR %s is not a conversion here\n"},
+      {"w\u0410hile", "ERROR w\xD0\x90hile\n"},
+      {longText, "ERROR " + longText + "\n"},
+  };
+  for (const auto& row : rows) {
+    const CapturedLog log(Level::ERROR_LEVEL);
+    ZEL_LOG(ERROR, "%s", row.message.c_str());
+    EXPECT_EQ(log.text(), row.line);
+  }
+}
+
+TEST(Logger, formatsAsPrintf) {
+  const CapturedLog log(Level::ERROR_LEVEL);
+  Logger::printfGeneric(Level::ERROR_LEVEL, "LABEL", "[%s] error executing ip tunnel command [%d]", "TUNNEL_MNGR", -7);
+  EXPECT_EQ(log.text(), "LABEL [TUNNEL_MNGR] error executing ip tunnel command [-7]\n");
+}
+
+TEST(Logger, writesTheFormatOfWhatCannotBeFormatted) {
+  const CapturedLog log(Level::ERROR_LEVEL);
+  const wchar_t noCharacter[] = {static_cast<wchar_t>(0x7FFFFFFF), L'\0'};
+  ZEL_LOG(ERROR, "before %ls after", noCharacter);
+  EXPECT_EQ(log.text(), "ERROR before %ls after\n");
+}
+
+TEST(Logger, warns) {
+  const CapturedLog log(Level::ERROR_LEVEL);  // printfWarning() asks no print level
+  Logger::printfWarning("[%s] Unable to log to Syslog", "TUNNEL_MNGR");
+  EXPECT_EQ(log.text(), "WARNING [TUNNEL_MNGR] Unable to log to Syslog\n");
+}
+
+TEST(Logger, keepsErrno) {
+  const CapturedLog log(Level::ERROR_LEVEL);
+  errno = EXDEV;
+  ZEL_LOG(ERROR, "%s", "text");
+  EXPECT_EQ(errno, EXDEV);
+}
+
+TEST(Logger, keepsTheLinesOfSeveralThreadsWhole) {
+  constexpr int kThreads = 4;
+  constexpr int kLines = 500;
+  const std::string text(200, 'x');
+  const CapturedLog log(Level::ERROR_LEVEL);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&text] {
+      for (int line = 0; line < kLines; ++line) ZEL_LOG(ERROR, "[%s] %s", "T", text.c_str());
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::vector<std::string> lines = ZEL::Text::split(log.text(), "\n", 0);
+  lines.pop_back();  // behind the last line's end
+  EXPECT_EQ(lines.size(), std::size_t{kThreads * kLines});
+  EXPECT_THAT(lines, testing::Each("ERROR [T] " + text));
+}
+
+/// What the child process of a fork does that logs, and its status. Its deadline is short, since it has next to nothing
+/// to do; where it hangs, it ends with SIGALRM.
+int statusOfForkedLogger() {
+  constexpr unsigned int kSeconds = 30;
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(kSeconds);
+    ZEL_LOG(ERROR, "[%s] from the child", "T");
+    _exit(0);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  return status;
+}
+
+TEST(Logger, worksInAForkedChildWhileOtherThreadsLog) {
+  constexpr int kForks = 100;
+  const CapturedLog log(Level::ERROR_LEVEL);
+  std::atomic<bool> over{false};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&over] {
+      // The pause lets the forking thread have the lock, too.
+      for (; !over; std::this_thread::sleep_for(std::chrono::microseconds(10))) ZEL_LOG(ERROR, "[%s] a thread", "T");
+    });
+  }
+  int failed = 0;
+  for (int i = 0; i < kForks && failed == 0; ++i) failed = statusOfForkedLogger();
+  over = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(failed, 0) << "wait status of the child that failed";
+  const std::vector<std::string> lines = ZEL::Text::split(log.text(), "\n", 0);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "ERROR [T] from the child"), kForks);
+}
+
+TEST(LoggerChannel, refusesModesThatItDoesNotHave) {
+  for (const int mode : {-1, 0, kFallback, 2, 4}) EXPECT_FALSE(Logger::setup(mode, "TUNNEL_MNGR", 0, 0));
+}
+
+TEST(LoggerChannel, isTheSystemLogWhereOneListens) {
+  SKIP_WITHOUT_NAMESPACES();
+  checkInChild([] {
+    enterPrivateMounts();
+    const DatagramSocket collector = DatagramSocket::ofSystemLog();
+    const CapturedLog log(Level::TRACE_LEVEL);
+    ASSERT_TRUE(Logger::setup(kSystemLog, "TUNNEL_MNGR", 0, 0));
+    ZEL_LOG(INFO, "[%s] MANAGING TUNNELS", "TUNNEL_MNGR");
+    const std::string entry = collector.receive().value_or("none");
+    EXPECT_THAT(entry, StartsWith("<14>"));
+    EXPECT_THAT(entry, EndsWith(" TUNNEL_MNGR: INFO [TUNNEL_MNGR] MANAGING TUNNELS"));
+    EXPECT_EQ(log.text(), "");
+    Logger::setup(kFallback);
+    ZEL_LOG(INFO, "again");
+    EXPECT_EQ(log.text(), "INFO again\n");
+    EXPECT_EQ(collector.receiveNow(), std::nullopt);
+  });
+}
+
+TEST(LoggerChannel, staysAsItIsWhereNoSystemLogListens) {
+  SKIP_WITHOUT_NAMESPACES();
+  checkInChild([] {
+    enterPrivateMounts();
+    const CapturedLog log(Level::ERROR_LEVEL);
+    EXPECT_FALSE(Logger::setup(kSystemLog, "TUNNEL_MNGR", 0, 0));
+    ZEL_LOG(ERROR, "still here");
+    EXPECT_EQ(log.text(), "ERROR still here\n");
+  });
+}
+
+TEST(LoggerChannel, givesEachLevelItsSystemLogPriority) {
+  SKIP_WITHOUT_NAMESPACES();
+  checkInChild([] {
+    const struct {
+      int level;
+      int priority;
+    } rows[] = {
+        {Level::ERROR_LEVEL, LOG_ERR},       {Level::WARNING_LEVEL, LOG_WARNING}, {Level::INFO_LEVEL, LOG_INFO},
+        {Level::DEBUG_LEVEL, LOG_DEBUG},     {Level::TRACE_LEVEL, LOG_DEBUG},     {Level::ERROR_LEVEL + 1, LOG_WARNING},
+        {Level::TRACE_LEVEL + 1, LOG_DEBUG},
+    };
+    enterPrivateMounts();
+    const DatagramSocket collector = DatagramSocket::ofSystemLog();
+    ASSERT_TRUE(Logger::setup(kSystemLog, "TUNNEL_MNGR", 0, 0));
+    for (const auto& row : rows) {
+      Logger::printfGeneric(row.level, "LABEL", "text");
+      EXPECT_THAT(collector.receive().value_or("none"),
+                  StartsWith("<" + std::to_string(LOG_USER | row.priority) + ">"));
+    }
+  });
+}
+
+TEST(LoggerChannel, keepsTheLineEndInsideTheMessage) {
+  SKIP_WITHOUT_NAMESPACES();
+  checkInChild([] {
+    enterPrivateMounts();
+    const DatagramSocket collector = DatagramSocket::ofSystemLog();
+    ASSERT_TRUE(Logger::setup(kSystemLog, "TUNNEL_MNGR", 0, 0));
+    ZEL_LOG(ERROR, "ends its line itself\n");
+    EXPECT_THAT(collector.receive().value_or("none"), EndsWith(": ERROR ends its line itself\n"));
+  });
+}
+
+}  // namespace

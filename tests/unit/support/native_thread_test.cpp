@@ -1,0 +1,190 @@
+#include "support/native_thread.h"
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <netdb.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tests/unit/harness/child_process.h"
+#include "tests/unit/harness/private_system.h"
+#include "tests/unit/harness/waiting.h"
+
+namespace {
+
+using ZEL::BlockedSignals;
+using ZEL::kParserStackBytes;
+using ZEL::kThreadStackBytes;
+using ZEL::spawnThread;
+
+constexpr std::size_t kImpossibleStack = std::numeric_limits<std::size_t>::max() / 4;
+
+sigset_t currentMask() {
+  sigset_t mask{};
+  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  return mask;
+}
+
+/// The first signal that the mask lets through although it can be blocked, or 0.
+int firstUnblocked(const sigset_t& mask) {
+  sigset_t all{};
+  sigfillset(&all);
+  for (int number = 1; number <= SIGRTMAX; ++number) {
+    const bool blockable = number != SIGKILL && number != SIGSTOP && sigismember(&all, number) == 1;
+    if (blockable && sigismember(&mask, number) != 1) return number;
+  }
+  return 0;
+}
+
+bool sameMasks(const sigset_t& left, const sigset_t& right) {
+  for (int number = 1; number <= SIGRTMAX; ++number) {
+    if (sigismember(&left, number) != sigismember(&right, number)) return false;
+  }
+  return true;
+}
+
+/// Runs the body on a thread with that stack and waits for its end; false when there is no thread.
+bool runOnThread(std::size_t stackBytes, std::function<void()> body) {
+  pthread_t thread{};
+  if (!spawnThread(stackBytes, std::move(body), &thread)) return false;
+  pthread_join(thread, nullptr);
+  return true;
+}
+
+TEST(SpawnThread, runsTheBodyOnAnotherThread) {
+  pthread_t self{};
+  ASSERT_TRUE(runOnThread(kThreadStackBytes, [&self] { self = pthread_self(); }));
+  EXPECT_FALSE(pthread_equal(self, pthread_self()));
+}
+
+TEST(SpawnThread, blocksAllSignalsInTheThreadAndNoneInTheCaller) {
+  const sigset_t before = currentMask();
+  sigset_t inside{};
+  ASSERT_TRUE(runOnThread(kThreadStackBytes, [&inside] { inside = currentMask(); }));
+  EXPECT_EQ(firstUnblocked(inside), 0);
+  EXPECT_TRUE(sameMasks(currentMask(), before));
+  EXPECT_NE(firstUnblocked(before), 0) << "the test program blocks everything, so this test shows nothing";
+}
+
+TEST(SpawnThread, detachesTheThreadThatNobodyJoins) {
+  const auto ended = std::make_shared<std::atomic<bool>>(false);
+  std::weak_ptr<std::atomic<bool>> observer = ended;
+  ASSERT_TRUE(spawnThread(
+      kThreadStackBytes, [ended] { *ended = true; }, nullptr));
+  EXPECT_TRUE(eventually([&ended] { return ended->load(); }));
+  EXPECT_TRUE(eventually([&observer] { return observer.use_count() == 1; })) << "the body is not released";
+}
+
+TEST(SpawnThread, saysWhenThereIsNoThread) {
+  const auto owned = std::make_shared<bool>(false);
+  const sigset_t before = currentMask();
+  for (const bool detached : {false, true}) {
+    pthread_t thread{};
+    EXPECT_FALSE(spawnThread(
+        kImpossibleStack, [owned] { *owned = true; }, detached ? nullptr : &thread));
+  }
+  EXPECT_FALSE(*owned) << "the body was run";
+  EXPECT_EQ(owned.use_count(), 1) << "the body is not released";
+  EXPECT_TRUE(sameMasks(currentMask(), before));
+}
+
+TEST(BlockedSignals, blocksAllForItsScopeAndNestsWithOthers) {
+  const sigset_t before = currentMask();
+  {
+    const BlockedSignals outer;
+    EXPECT_EQ(firstUnblocked(currentMask()), 0);
+    { const BlockedSignals inner; }
+    EXPECT_EQ(firstUnblocked(currentMask()), 0);
+  }
+  EXPECT_TRUE(sameMasks(currentMask(), before));
+}
+
+TEST(BlockedSignals, delaysWhatComesMeanwhile) {
+  checkInChild([] {
+    static std::atomic<int> handled{0};
+    signal(SIGHUP, [](int) { ++handled; });
+    {
+      const BlockedSignals blocked;
+      raise(SIGHUP);
+      EXPECT_EQ(handled, 0);
+    }
+    EXPECT_EQ(handled, 1);
+  });
+}
+
+/// Checks that a child process survives the body on a thread with that stack. When it does not, the failure tells how
+/// much would be enough, which a sanitizer or another library may change.
+void checkStack(std::size_t stackBytes, const std::function<void()>& body) {
+  constexpr std::size_t kMostTimes = 16;
+  const auto endWith = [&body](std::size_t bytes) {
+    return runInChild([&body, bytes] { ASSERT_TRUE(runOnThread(bytes, body)); });
+  };
+  const ChildEnd end = endWith(stackBytes);
+  if (end.exitedWith(0)) return;
+  std::size_t times = 2;
+  while (times <= kMostTimes && !endWith(times * stackBytes).exitedWith(0)) ++times;
+  ADD_FAILURE() << stackBytes << " bytes are not enough; " << times * stackBytes
+                << (times <= kMostTimes ? " are\n" : " are not either\n") << end;
+}
+
+/// A document in which as many values are nested as the parser follows.
+std::string deepDocument(const std::string& opening, const std::string& innermost, const std::string& closing) {
+  constexpr int kLevels = 1000;
+  std::string text;
+  for (int level = 1; level < kLevels; ++level) text += opening;
+  text += innermost;
+  for (int level = 1; level < kLevels; ++level) text += closing;
+  return text;
+}
+
+TEST(ParserStack, sufficesForTheDeepestDocuments) {
+  const struct {
+    const char* opening;
+    const char* innermost;
+    const char* closing;
+  } rows[] = {{"[", "[]", "]"}, {R"({"key":)", "{}", "}"}};
+  for (const auto& row : rows) {
+    const std::string document = deepDocument(row.opening, row.innermost, row.closing);
+    const auto parse = [&document] {
+      Json::Value root;
+      Json::Reader reader(Json::Features::strictMode());
+      EXPECT_TRUE(reader.parse(document, root, true));
+      const Json::Value copy(root);
+      EXPECT_EQ(copy.size(), 1U);
+    };
+    SCOPED_TRACE(row.opening);
+    checkStack(kParserStackBytes, parse);
+  }
+}
+
+TEST(ThreadStack, sufficesForTheResolver) {
+  SKIP_WITHOUT_NAMESPACES();
+  const auto resolve = [] {
+    for (const char* name : {"localhost", "router.example"}) {
+      hostent entry{};
+      hostent* found = nullptr;
+      int error = 0;
+      std::string buffer(8192, '\0');
+      EXPECT_EQ(gethostbyname_r(name, &entry, buffer.data(), buffer.size(), &found, &error) == 0 && found != nullptr,
+                std::string(name) == "localhost");
+    }
+  };
+  const auto inPrivateNetwork = [&resolve] {
+    enterPrivateNetwork();
+    replaceFile("/etc/hosts", "127.0.0.1 localhost\n");
+    replaceFile("/etc/nsswitch.conf", "hosts: files dns\n");
+    replaceFile("/etc/resolv.conf", "search one.example two.example three.example\nnameserver 127.0.0.1\n");
+    checkStack(kThreadStackBytes, resolve);
+  };
+  checkInChild(inPrivateNetwork);
+}
+
+}  // namespace

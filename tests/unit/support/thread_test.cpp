@@ -1,0 +1,295 @@
+#include "support/thread.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <future>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/native_thread.h"
+#include "tests/unit/harness/captured_log.h"
+#include "tests/unit/harness/child_process.h"
+#include "tests/unit/harness/waiting.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using ZEL::Lock;
+using ZEL::LockGuard;
+using ZEL::Thread;
+
+constexpr unsigned int kHour = 3600 * 1000;
+
+/// A thread whose body a test writes.
+class TestThread : public Thread {
+ public:
+  explicit TestThread(std::function<void(TestThread&)> body, const std::string& name = "TEST")
+      : Thread(name, true), body_(std::move(body)) {}
+  ~TestThread() override { stop(); }
+
+  void run() override { body_(*this); }
+
+  using Thread::callUnlessCanceled;
+
+ private:
+  const std::function<void(TestThread&)> body_;
+};
+
+TEST(Thread, runsItsBodyOnAThreadOfItsOwn) {
+  std::promise<std::thread::id> ran;
+  TestThread thread([&ran](TestThread&) { ran.set_value(std::this_thread::get_id()); });
+  thread.start();
+  EXPECT_NE(ran.get_future().get(), std::this_thread::get_id());
+  thread.stop();
+}
+
+TEST(Thread, isKnownByItsName) {
+  std::promise<std::string> kernelName;
+  TestThread thread(
+      [&kernelName](TestThread&) {
+        std::array<char, 16> name{};
+        prctl(PR_GET_NAME, name.data());
+        kernelName.set_value(name.data());
+      },
+      "FQDN_MONITOR:My_Tunnel_1");
+  EXPECT_EQ(thread.name(), "FQDN_MONITOR:My_Tunnel_1");
+  thread.start();
+  EXPECT_EQ(kernelName.get_future().get(), "FQDN_MONITOR:My");
+}
+
+TEST(Thread, isCanceledFromStopOn) {
+  TestThread thread([](TestThread&) {});
+  EXPECT_FALSE(thread.isCanceled());
+  thread.start();
+  EXPECT_FALSE(thread.isCanceled());
+  thread.stop();
+  EXPECT_TRUE(thread.isCanceled());
+}
+
+TEST(Thread, waitsForTheEndOfItsBody) {
+  bool left = false;  // not atomic: stop() orders the write before the read
+  TestThread thread([&left](TestThread& self) {
+    while (!self.isCanceled()) self.sleep(1);
+    std::this_thread::sleep_for(milliseconds(50));
+    left = true;
+  });
+  thread.start();
+  thread.stop();
+  EXPECT_TRUE(left);
+}
+
+TEST(Thread, stopsAtOnceWhenItWasNeverStarted) {
+  TestThread thread([](TestThread&) { FAIL() << "was run"; });
+  EXPECT_LT(timeOf([&thread] { thread.stop(); }), kDeadline);
+  EXPECT_TRUE(thread.isCanceled());
+  thread.start();  // too late
+  thread.stop();
+}
+
+TEST(Thread, stopsTwice) {
+  TestThread thread([](TestThread& self) { self.sleep(kHour); });
+  thread.start();
+  thread.stop();
+  thread.stop();
+}
+
+TEST(Thread, runsOnce) {
+  std::atomic<int> runs{0};
+  TestThread thread([&runs](TestThread& self) {
+    ++runs;
+    self.sleep(kHour);
+  });
+  thread.start();
+  thread.start();
+  EXPECT_TRUE(eventually([&runs] { return runs == 1; }));
+  thread.stop();
+  EXPECT_EQ(runs, 1);
+}
+
+TEST(Thread, sleepsTheWholeTime) {
+  std::promise<milliseconds> spent;
+  TestThread thread([&spent](TestThread& self) { spent.set_value(timeOf([&self] { self.sleep(100); })); });
+  thread.start();
+  EXPECT_GE(spent.get_future().get(), milliseconds(100));
+}
+
+TEST(Thread, wakesFromItsSleepWhenStopped) {
+  std::promise<void> begun;
+  TestThread thread([&begun](TestThread& self) {
+    begun.set_value();
+    self.sleep(kHour);
+  });
+  thread.start();
+  begun.get_future().wait();
+  EXPECT_LT(timeOf([&thread] { thread.stop(); }), kDeadline);
+}
+
+TEST(Thread, stopsByTheThousandOneAfterTheOther) {
+  constexpr std::size_t kThreads = 1000;
+  std::atomic<std::size_t> running{0};
+  std::vector<std::unique_ptr<TestThread>> threads;
+  for (std::size_t i = 0; i < kThreads; ++i) {
+    threads.push_back(std::make_unique<TestThread>([&running](TestThread& self) {
+      ++running;
+      self.sleep(kHour);
+    }));
+    threads.back()->start();
+  }
+  ASSERT_TRUE(eventually([&running] { return running == kThreads; }));
+  const milliseconds spent = timeOf([&threads] {
+    for (const auto& thread : threads) thread->stop();
+  });
+  RecordProperty("milliseconds", static_cast<int>(spent.count()));
+  // Some tens of milliseconds where nothing else runs; a stop that waited a moment for each would take far longer.
+  EXPECT_LT(spent, std::chrono::seconds(15));
+}
+
+TEST(Thread, isReachedByNoSignal) {
+  std::promise<std::vector<int>> unblocked;
+  TestThread thread([&unblocked](TestThread&) {
+    sigset_t mask{};
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    std::vector<int> numbers;
+    for (const int number : {SIGHUP, SIGTERM, SIGINT, SIGCHLD, SIGPIPE, SIGALRM, SIGUSR1, SIGSEGV, SIGRTMAX}) {
+      if (sigismember(&mask, number) != 1) numbers.push_back(number);
+    }
+    unblocked.set_value(numbers);
+  });
+  sigset_t before{};
+  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  thread.start();
+  EXPECT_THAT(unblocked.get_future().get(), testing::IsEmpty());
+  sigset_t after{};
+  pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  for (int number = 1; number <= SIGRTMAX; ++number)
+    EXPECT_EQ(sigismember(&before, number), sigismember(&after, number));
+}
+
+TEST(Thread, staysUnstartedWhereThereIsNoThread) {
+  checkInChild([] {
+    constexpr uid_t kNobody = 65534;
+    const rlimit none{0, 0};
+    ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+    const bool isRoot = geteuid() == 0;  // whom the limit does not bind
+    ASSERT_TRUE(!isRoot || setresuid(kNobody, kNobody, kNobody) == 0);
+    TestThread thread([](TestThread&) { FAIL() << "was run"; }, "LATE");
+    const CapturedLog log(0);
+    thread.start();
+    EXPECT_EQ(log.text(), "ERROR unable to start the thread LATE\n");
+    thread.stop();
+    EXPECT_TRUE(thread.isCanceled());
+  });
+}
+
+TEST(ThreadLock, isTakenWhenItIsFree) {
+  Lock lock;
+  std::promise<bool> taken;
+  TestThread thread([&lock, &taken](TestThread& self) {
+    if (!self.lockUnlessCanceled(lock)) return taken.set_value(false);
+    lock.unlock();
+    taken.set_value(true);
+  });
+  thread.start();
+  EXPECT_TRUE(taken.get_future().get());
+}
+
+TEST(ThreadLock, isWaitedFor) {
+  Lock lock;
+  std::promise<void> begun;
+  std::atomic<bool> taken{false};
+  TestThread thread([&](TestThread& self) {
+    begun.set_value();
+    if (!self.lockUnlessCanceled(lock)) return;
+    taken = true;
+    lock.unlock();
+  });
+  {
+    const LockGuard guard(lock);
+    thread.start();
+    begun.get_future().wait();
+    EXPECT_FALSE(taken);
+  }
+  EXPECT_TRUE(eventually([&taken] { return taken.load(); }));
+}
+
+TEST(ThreadLock, isGivenUpWhenStoppedByTheOneWhoHoldsIt) {
+  Lock lock;
+  std::promise<void> begun;
+  bool taken = false;
+  TestThread thread([&](TestThread& self) {
+    begun.set_value();
+    if (!self.lockUnlessCanceled(lock)) return;
+    taken = true;
+    lock.unlock();
+  });
+  const LockGuard guard(lock);
+  thread.start();
+  begun.get_future().wait();
+  EXPECT_LT(timeOf([&thread] { thread.stop(); }), kDeadline);
+  EXPECT_FALSE(taken);
+}
+
+TEST(ThreadLock, isNotTakenByAThreadThatIsCanceled) {
+  Lock lock;
+  bool taken = false;
+  TestThread thread([&lock, &taken](TestThread& self) {
+    while (!self.isCanceled()) self.sleep(kHour);
+    if (!self.lockUnlessCanceled(lock)) return;
+    taken = true;
+    lock.unlock();
+  });
+  thread.start();
+  thread.stop();
+  EXPECT_FALSE(taken);
+}
+
+TEST(ThreadCall, givesItsResult) {
+  std::promise<std::optional<std::string>> result;
+  TestThread thread([&result](TestThread& self) {
+    result.set_value(self.callUnlessCanceled<std::string>(ZEL::kThreadStackBytes, [] { return "answer"; }));
+  });
+  thread.start();
+  EXPECT_EQ(result.get_future().get(), "answer");
+}
+
+TEST(ThreadCall, isAbandonedWhenTheThreadIsStopped) {
+  // Shared, since the call outlives the thread and this test's scope, too, were it to fail.
+  struct Shared {
+    std::promise<void> begun;
+    std::promise<void> letGo;
+  };
+  const auto shared = std::make_shared<Shared>();
+  bool abandoned = false;
+  {
+    TestThread thread([&abandoned, shared](TestThread& self) {
+      const auto result = self.callUnlessCanceled<std::string>(ZEL::kThreadStackBytes, [shared] {
+        shared->begun.set_value();
+        shared->letGo.get_future().wait();
+        return std::string(100000, 'x');  // comes when nobody is there any more
+      });
+      abandoned = !result;
+    });
+    thread.start();
+    shared->begun.get_future().wait();
+    EXPECT_LT(timeOf([&thread] { thread.stop(); }), kDeadline);
+  }
+  EXPECT_TRUE(abandoned);
+  EXPECT_EQ(ZEL::Cancellation::callsUnderWay(), 1);
+  shared->letGo.set_value();
+  EXPECT_TRUE(eventually([&shared] { return ZEL::Cancellation::callsUnderWay() == 0 && shared.use_count() == 1; }));
+}
+
+}  // namespace
