@@ -1,0 +1,10 @@
+#include "gre/command.h"
+
+#include "api/log_tag.h"
+#include "support/logger.h"
+#include "support/system.h"
+
+void runCommand(const std::string& command) {
+  ZEL_LOG(TRACE, "[%s] %s", kLogTag, command.c_str());
+  ZEL::System::run(command);
+}
