@@ -1,0 +1,277 @@
+// What an openvpn child is from its first instruction on: what it inherits, which signals end it, whose death it
+// follows.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "openvpn/connectivity_check.h"
+#include "openvpn/supervision.h"
+#include "tests/unit/openvpn/workshop.h"
+
+namespace {
+
+int handlerCalls = -1;  ///< a descriptor; the handler writes its process to it
+
+void noteCall(int) {
+  const int savedErrno = errno;
+  const pid_t self = getpid();
+  [[maybe_unused]] const ssize_t size = write(handlerCalls, &self, sizeof self);
+  errno = savedErrno;
+}
+
+/// The tests' own process handles SIGTERM and SIGHUP, as the daemon does, blocks SIGUSR1 and ignores SIGUSR2.
+class SupervisedChild : public Workshop {
+ protected:
+  void SetUp() override {
+    Workshop::SetUp();
+    ASSERT_EQ(pipe2(calls_.data(), O_CLOEXEC | O_NONBLOCK), 0);
+    handlerCalls = calls_[1];
+    signal(SIGTERM, noteCall);
+    signal(SIGHUP, noteCall);
+    signal(SIGUSR2, SIG_IGN);
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, &maskBefore_);
+  }
+
+  void TearDown() override {
+    pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr);
+    for (const int number : {SIGTERM, SIGHUP, SIGUSR2}) signal(number, SIG_DFL);
+    for (const int end : calls_) close(end);
+    Workshop::TearDown();
+  }
+
+  /// The next process that ran the handler, 0 when there is none.
+  pid_t nextCall() const {
+    pid_t process = 0;
+    return ::read(calls_[0], &process, sizeof process) == sizeof process ? process : 0;
+  }
+
+  /// A line of a process's status, as proc(5) names them.
+  static std::string statusLine(const std::string& status, const std::string& key) {
+    std::istringstream lines(status);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind(key + ":", 0) == 0) return line;
+    }
+    return "";
+  }
+
+  static std::string ownStatus() {
+    std::ostringstream text;
+    text << std::ifstream("/proc/self/status").rdbuf();
+    return text.str();
+  }
+
+ private:
+  std::array<int, 2> calls_{};
+  sigset_t maskBefore_{};
+};
+
+TEST_F(SupervisedChild, InheritsMaskDispositionsEnvironmentDescriptorsAndGroup) {
+  const int file = open(path("descriptor").c_str(), O_WRONLY | O_CREAT, 0600);
+  program("openvpn",
+          "cat /proc/self/status > $here/status\n"
+          "echo \"$TUNNEL_MNGR_TEST\" > $here/environment\n"
+          "echo through >&" +
+              std::to_string(file) + "\n: > $here/started; exec sleep 100",
+          "/bin/bash");  // which, unlike other shells, leaves the signal mask that it was started with
+  setenv("TUNNEL_MNGR_TEST", "inherited", 1);
+  const std::string before = ownStatus();
+  OvpnTnl tunnel(conf("a"));
+  tunnel.restart();
+  const std::string after = ownStatus();
+  unsetenv("TUNNEL_MNGR_TEST");
+  close(file);
+  ASSERT_TRUE(waitForFile("started"));
+
+  EXPECT_EQ(getpgid(tunnel.pid), getpgid(0));
+  EXPECT_EQ(read("environment"), "inherited\n");
+  EXPECT_EQ(read("descriptor"), "through\n");
+  EXPECT_EQ(statusLine(before, "SigBlk"), "SigBlk:\t0000000000000200");  // SIGUSR1
+  for (const std::string key : {"SigBlk", "SigIgn"}) {
+    EXPECT_EQ(statusLine(read("status"), key), statusLine(before, key));
+    EXPECT_EQ(statusLine(after, key), statusLine(before, key));
+  }
+  EXPECT_EQ(statusLine(after, "SigCgt"), statusLine(before, "SigCgt"));
+  tunnel.stop();
+}
+
+TEST_F(SupervisedChild, EndsBySigtermAtEveryMomentAndRunsNoHandler) {
+  lastingOpenvpn();
+  constexpr int kChildren = 200;
+  constexpr int kLongestMicroseconds = 5000;
+  for (int i = 0; i < kChildren; ++i) {
+    OvpnTnl tunnel(conf("a"));
+    ASSERT_TRUE(tunnel.restart());
+    std::this_thread::sleep_for(std::chrono::microseconds(i * kLongestMicroseconds / kChildren));
+    kill(tunnel.pid, i % 2 == 0 ? SIGTERM : SIGHUP);
+    ASSERT_TRUE(endedBy(statusOf(tunnel.pid), i % 2 == 0 ? SIGTERM : SIGHUP)) << i;
+  }
+  EXPECT_EQ(nextCall(), 0);
+  raise(SIGTERM);
+  EXPECT_EQ(nextCall(), getpid());  // here it is still handled
+}
+
+TEST_F(SupervisedChild, EndsByASigtermOfItsFirstMoment) {
+  lastingOpenvpn();
+  const pid_t manager = inProcess([this] {
+    pthread_atfork(nullptr, nullptr, [] { kill(getpid(), SIGTERM); });
+    OvpnTnl tunnel(conf("a"));
+    tunnel.restart();
+    return endedBy(statusOf(tunnel.pid), SIGTERM) ? 0 : 1;
+  });
+  EXPECT_TRUE(exitedWith(statusOf(manager), 0));
+  EXPECT_EQ(nextCall(), 0);
+}
+
+/// The moment before the exec, made long: the child waits for a `mkdir` that waits.
+TEST_F(SupervisedChild, EndsBySigtermWhileItPreparesTheExec) {
+  lastingOpenvpn();
+  program("mkdir", ": > $here/waiting\nwhile [ -d $here ] && [ ! -e $here/go ]; do sleep 0.01; done");
+  OvpnTnl tunnel(conf("a"));
+  tunnel.clientConfigDir = path("absent");
+  tunnel.restart();
+  ASSERT_TRUE(waitForFile("waiting"));
+  kill(tunnel.pid, SIGTERM);
+  EXPECT_TRUE(waitForZombie(tunnel.pid));
+  write("go", "");
+  EXPECT_TRUE(endedBy(statusOf(tunnel.pid), SIGTERM));
+  EXPECT_EQ(nextCall(), 0);
+  EXPECT_FALSE(exists("started"));
+}
+
+/// Adopts the orphans of its own children while it lasts, so that their end can be waited for.
+class Adoption {
+ public:
+  Adoption() { prctl(PR_SET_CHILD_SUBREAPER, 1); }
+  ~Adoption() { prctl(PR_SET_CHILD_SUBREAPER, 0); }
+  Adoption(const Adoption&) = delete;
+  Adoption& operator=(const Adoption&) = delete;
+};
+
+/// Waits for the end of a child that is not known by its id.
+class Orphan : public SupervisedChild {
+ protected:
+  static std::optional<int> statusOfAny() {
+    int status = 0;
+    if (eventually([&] { return waitpid(-1, &status, WNOHANG) > 0; })) return status;
+    return std::nullopt;
+  }
+};
+
+TEST_F(Orphan, IsEndedBySigtermWhenTheManagerIsKilled) {
+  const Adoption adoption;
+  lastingOpenvpn();
+  const pid_t manager = inProcess([this] {
+    OvpnTnl tunnel(conf("a"));
+    tunnel.restart();
+    for (;;) pause();
+    return 0;
+  });
+  ASSERT_TRUE(waitForFile("started"));
+  kill(manager, SIGKILL);
+  EXPECT_TRUE(endedBy(statusOf(manager), SIGKILL));
+  EXPECT_TRUE(endedBy(statusOfAny(), SIGTERM));
+}
+
+pid_t parentAtFork = 0;
+
+/// Keeps a forked child where it is until its parent is gone.
+void waitForOrphanhood() {
+  while (getppid() == parentAtFork) usleep(1000);
+}
+
+TEST_F(Orphan, NoticesThatTheManagerDiedRightAfterTheFork) {
+  const Adoption adoption;
+  lastingOpenvpn();
+  const pid_t manager = inProcess([this] {
+    parentAtFork = getpid();
+    pthread_atfork(nullptr, nullptr, waitForOrphanhood);
+    OvpnTnl tunnel(conf("a"));
+    tunnel.restart();
+    raise(SIGKILL);
+    return 0;
+  });
+  EXPECT_TRUE(endedBy(statusOf(manager), SIGKILL));
+  EXPECT_TRUE(exitedWith(statusOfAny(), 255));
+  EXPECT_FALSE(exists("started"));
+  EXPECT_EQ(log(), "");
+}
+
+/// Has a system call fail with EPERM in this process from now on, with this first argument where one is given. False
+/// when the kernel has no filters (seccomp(2)).
+bool deny(long call, std::optional<std::uint32_t> firstArgument) {
+  const auto number = static_cast<std::uint32_t>(call);
+  constexpr std::uint16_t kLoad = BPF_LD | BPF_W | BPF_ABS;
+  constexpr std::uint16_t kCompare = BPF_JMP | BPF_JEQ | BPF_K;
+  constexpr std::uint16_t kReturn = BPF_RET | BPF_K;
+  // Without an argument to look at, the comparison is that of the call's number again.
+  const auto argumentOffset = firstArgument ? offsetof(seccomp_data, args) : offsetof(seccomp_data, nr);
+  std::array<sock_filter, 6> rules{{{kLoad, 0, 0, offsetof(seccomp_data, nr)},
+                                    {kCompare, 0, 3, number},
+                                    {kLoad, 0, 0, static_cast<std::uint32_t>(argumentOffset)},
+                                    {kCompare, 0, 1, firstArgument.value_or(number)},
+                                    {kReturn, 0, 0, SECCOMP_RET_ERRNO | EPERM},
+                                    {kReturn, 0, 0, SECCOMP_RET_ALLOW}}};
+  const sock_fprog program{rules.size(), rules.data()};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+constexpr int kNoFilters = 77;
+
+TEST_F(SupervisedChild, GivesUpWhenItCannotFollowTheManager) {
+  lastingOpenvpn();
+  const pid_t manager = inProcess([this] {
+    if (!deny(SYS_prctl, PR_SET_PDEATHSIG)) return kNoFilters;
+    OvpnTnl tunnel(conf("a"));
+    return tunnel.restart() && exitedWith(statusOf(tunnel.pid), 255) ? 0 : 1;
+  });
+  const std::optional<int> status = statusOf(manager);
+  if (exitedWith(status, kNoFilters)) GTEST_SKIP() << "the kernel has no system call filters";
+  EXPECT_TRUE(exitedWith(status, 0));
+  EXPECT_EQ(log(), "ERROR [TUNNEL_MNGR][OVPN] failed setup notify 'perent terminated' in OvpnTnl restart\n");
+  EXPECT_FALSE(exists("started"));
+}
+
+TEST_F(SupervisedChild, IsMissedUntilAForkSucceeds) {
+  const pid_t manager = inProcess([this] {
+#ifdef SYS_fork
+    if (!deny(SYS_fork, std::nullopt)) return kNoFilters;
+#endif
+    if (!deny(SYS_clone, std::nullopt)) return kNoFilters;
+    Conf::tunnels() = {conf("a"), conf("b")};
+    startOvpnTunnels();
+    if (supervisedTunnels.size() != 2) return 1;
+    checkOvpnTunnels();
+    for (OvpnTnl& tunnel : supervisedTunnels) {
+      if (tunnel.pid != 0 || tunnel.restart() || tunnel.pid != 0) return 2;
+    }
+    return 0;
+  });
+  const std::optional<int> status = statusOf(manager);
+  if (exitedWith(status, kNoFilters)) GTEST_SKIP() << "the kernel has no system call filters";
+  EXPECT_TRUE(exitedWith(status, 0));
+  std::string lines;  // two at the start, two in the pass, two of the test's own
+  for (int i = 0; i < 6; ++i) lines += "ERROR [TUNNEL_MNGR][OVPN] failed fork in OvpnTnl restart\n";
+  EXPECT_EQ(log(), lines);
+}
+
+}  // namespace
