@@ -1,0 +1,70 @@
+"""Outside: certificates for tunnels, made with the openssl command line when they are needed and kept nowhere."""
+
+import copy
+import functools
+import pathlib
+import subprocess
+import tempfile
+from typing import NamedTuple
+
+# What stands in the example configuration where these texts belong.
+PLACEHOLDERS = {"caCert": "@CA_CERT@", "localCert": "@LOCAL_CERT@", "localPrivKey": "@LOCAL_PRIV_KEY@"}
+VALID_DAYS = "30"
+
+
+class Credentials(NamedTuple):
+    """PEM texts: a certificate and the private key that belongs to it."""
+
+    certificate: str
+    key: str
+
+
+class Authority:
+    """A certificate authority of its own; two of them do not trust each other's certificates."""
+
+    def __init__(self, name: str = "Example CA"):
+        self._own = _make(name, ["-addext", "basicConstraints=critical,CA:TRUE",
+                                 "-addext", "keyUsage=critical,keyCertSign,cRLSign"])
+
+    @property
+    def certificate(self) -> str:
+        return self._own.certificate
+
+    def issue(self, host: str) -> Credentials:
+        """A certificate for the host name, which is its subject's common name and its alternative name."""
+        extensions = ["-addext", "basicConstraints=CA:FALSE", "-addext", f"subjectAltName=DNS:{host}"]
+        return _make(host, extensions, self._own)
+
+    def members(self, host: str) -> dict[str, str]:
+        """The members of a tunnel's record for an end with that host name."""
+        own = self.issue(host)
+        return {"caCert": self.certificate, "localCert": own.certificate, "localPrivKey": own.key}
+
+
+def fill_placeholders(documents: dict, host: str = "router.example.net") -> dict:
+    """A copy of the API's documents in which the placeholders in tunnels' texts are replaced by fresh PEM texts, those of
+    one authority. `host` is the name of this end."""
+    filled = copy.deepcopy(documents)
+    members = functools.cache(lambda: Authority().members(host))
+    for tunnel in [*(filled.get("ipsecTunnels") or []), *(filled.get("ovpnTunnels") or [])]:
+        for name, value in tunnel.items():
+            for key, placeholder in PLACEHOLDERS.items():
+                if isinstance(value, str) and placeholder in value:
+                    value = tunnel[name] = value.replace(placeholder, members()[key])
+    return filled
+
+
+def _make(name: str, extensions: list[str], issuer: Credentials | None = None) -> Credentials:
+    """A new RSA key and its certificate, signed by the issuer or, without one, by itself."""
+    with tempfile.TemporaryDirectory() as folder:
+        path = pathlib.Path(folder)
+        command = ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-sha256", "-days", VALID_DAYS,
+                   "-subj", f"/CN={name}", "-keyout", path / "key", "-out", path / "certificate", *extensions]
+        if issuer:
+            (path / "ca").write_text(issuer.certificate)
+            (path / "ca-key").write_text(issuer.key)
+            command += ["-CA", path / "ca", "-CAkey", path / "ca-key"]
+        done = subprocess.run(command, capture_output=True, text=True)
+        if done.returncode != 0:
+            raise RuntimeError(f"openssl could not make a certificate:\n{done.stderr}")
+        return Credentials((path / "certificate").read_text(), (path / "key").read_text())

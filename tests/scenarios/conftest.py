@@ -1,0 +1,93 @@
+"""Fixtures of the scenario tests: routers with the real program in them."""
+
+import os
+import pathlib
+import sys
+
+import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2]))
+
+from sandbox.router import Router  # noqa: E402  the package lies beside the tests' folder
+
+ROUTERS = pytest.StashKey[list]()
+FAILED = pytest.StashKey[bool]()
+
+
+def pytest_addoption(parser):
+    parser.addoption("--tunnel-mngr", help="path of the program under test; the variable TUNNEL_MNGR sets it, too")
+
+
+@pytest.fixture
+def program(request) -> str:
+    """The path of the program under test. Without it there is an error: a skipped test looks like a passed one."""
+    path = request.config.getoption("--tunnel-mngr", None) or os.environ.get("TUNNEL_MNGR")
+    if not path or not os.access(path, os.X_OK):
+        raise pytest.UsageError(f"no program to test: set TUNNEL_MNGR or --tunnel-mngr (now {path!r})")
+    return path
+
+
+@pytest.fixture
+def open_router(request):
+    """A function that opens a router (its arguments are Router's); all are closed after the test. A test whose router
+    has had a sanitizer report or a crash fails."""
+    routers = request.node.stash.setdefault(ROUTERS, [])
+
+    def open_router(*arguments, **options) -> Router:
+        router = Router(*arguments, **options)
+        router.open()
+        routers.append(router)
+        return router
+
+    yield open_router
+    for router in routers:
+        told = router.problems() if request.node.stash.get(FAILED, False) else []
+        router.close()
+        # What came after the test's own check, at the end of the program.
+        if late := [problem for problem in router.problems() if problem not in told]:
+            pytest.fail("\n\n".join(late), pytrace=False)
+
+
+@pytest.fixture
+def make_router(open_router, program):
+    """A function that opens a router with the program under test in it: make_router(documents=..., ...)."""
+    def make_router(documents=None, **options) -> Router:
+        return open_router(program, documents, **options)
+    return make_router
+
+
+@pytest.fixture
+def router(make_router) -> Router:
+    """A router with the program under test, the default documents and the folders that the IPsec service brings."""
+    router = make_router()
+    router.make_ipsec_folders()
+    return router
+
+
+@pytest.fixture
+def routed(open_router, tmp_path):
+    """For the sandbox's own tests: a function that opens a router whose program is this Python text."""
+    def routed(text: str = "", documents=None, **options) -> Router:
+        path = tmp_path / f"program{len(os.listdir(tmp_path))}"
+        path.write_text(f"#!/usr/bin/python3\n{text}")
+        path.chmod(0o755)
+        return open_router(path, documents, **options)
+    return routed
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """Fails the test for what its routers complain of, and shows a failed test's timelines and outputs."""
+    report = (yield).get_result()
+    if report.when != "call":
+        return
+    routers = item.stash.get(ROUTERS, [])
+    problems = [problem for router in routers for problem in router.problems()]
+    if report.passed and problems:
+        report.outcome = "failed"
+        report.longrepr = "\n\n".join(problems)
+    item.stash[FAILED] = report.failed
+    for number, router in enumerate(routers if report.failed else []):
+        report.sections.append((f"router {number}: timeline", router.dump()))
+        report.sections.append((f"router {number}: the programs' standard error", router.errors()))
+        report.sections.append((f"router {number}: the sandbox's own complaints", router.complaints()))
