@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import signal
 import sys
 
 import pytest
@@ -16,6 +17,14 @@ FAILED = pytest.StashKey[bool]()
 
 def pytest_addoption(parser):
     parser.addoption("--tunnel-mngr", help="path of the program under test; the variable TUNNEL_MNGR sets it, too")
+
+
+def pytest_configure():
+    """Whoever runs the tests may ignore signals, as a shell has its background jobs do. What the tests start would
+    inherit that."""
+    for number, handler in ((signal.SIGINT, signal.default_int_handler), (signal.SIGQUIT, signal.SIG_DFL)):
+        if signal.getsignal(number) is signal.SIG_IGN:
+            signal.signal(number, handler)
 
 
 @pytest.fixture
