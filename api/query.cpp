@@ -3,8 +3,8 @@
 #include <curl/curl.h>
 #include <json/reader.h>
 
+#include <exception>
 #include <memory>
-#include <new>
 #include <optional>
 
 #include "api/log_tag.h"
@@ -96,7 +96,7 @@ std::size_t appendToString(char const* data, std::size_t size, std::size_t count
   if (out == nullptr) return 0;
   try {
     out->append(data, size * count);
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {  // no memory, or longer than a string can be
     return 0;
   }
   return size * count;

@@ -2,7 +2,10 @@
 # compiler could turn into an error; the developer presets add the warnings as errors and the sanitizers.
 
 option(TUNNEL_MNGR_STRICT "Treat the developers' warnings as errors" OFF)
+option(TUNNEL_MNGR_FUZZERS "Build the fuzzers, which only clang can" OFF)
+option(TUNNEL_MNGR_BENCHMARKS "Build what scripts/bench runs, which wants libbenchmark" OFF)
 set(TUNNEL_MNGR_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+set(TUNNEL_MNGR_PROFILE "" CACHE STRING "File of clang's coverage counters, as LLVM_PROFILE_FILE takes it")
 
 add_library(tunnel_mngr_settings INTERFACE)
 target_compile_features(tunnel_mngr_settings INTERFACE cxx_std_17)
@@ -22,6 +25,15 @@ if(TUNNEL_MNGR_SANITIZE)
   target_compile_options(tunnel_mngr_settings INTERFACE
     -fsanitize=${TUNNEL_MNGR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(tunnel_mngr_settings INTERFACE -fsanitize=${TUNNEL_MNGR_SANITIZE})
+endif()
+
+# With %c in the file's name the counters lie in the file itself, mapped and shared by all processes: those count, too,
+# that are killed, that leave with _exit or that fork, and nobody needs to pass a variable on to them.
+if(TUNNEL_MNGR_PROFILE)
+  set(profile_flag -fprofile-instr-generate=${TUNNEL_MNGR_PROFILE})
+  target_compile_options(tunnel_mngr_settings INTERFACE
+    ${profile_flag} -fprofile-update=atomic -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
+  target_link_options(tunnel_mngr_settings INTERFACE ${profile_flag})
 endif()
 
 # One library per folder: tunnel_mngr_folder(NAME SOURCES ... KNOWS ...) links it to the folders that it may know and to

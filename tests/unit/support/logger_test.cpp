@@ -1,5 +1,6 @@
 #include "support/logger.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -19,6 +21,7 @@
 #include "tests/unit/harness/captured_log.h"
 #include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/private_system.h"
+#include "tests/unit/harness/waiting.h"
 
 namespace {
 
@@ -201,6 +204,40 @@ TEST(Logger, worksInAForkedChildWhileOtherThreadsLog) {
   EXPECT_EQ(failed, 0) << "wait status of the child that failed";
   const std::vector<std::string> lines = ZEL::Text::split(log.text(), "\n", 0);
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "ERROR [T] from the child"), kForks);
+}
+
+/// A pipe whose one end is standard error from now on, in a process of the test's own; returns the other end.
+int pipeFromStandardError() {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe2");
+  dup2(ends[1], STDERR_FILENO);
+  close(ends[1]);
+  return ends[0];
+}
+
+TEST(Logger, isNotEndedByAPipeThatNobodyReadsAnyMore) {
+  checkInChild([] {
+    close(pipeFromStandardError());
+    ZEL_LOG(ERROR, "lost, and the program goes on");
+  });
+}
+
+TEST(Logger, isNotStoppedByAPipeThatNobodyEmpties) {
+  checkInChild([] {
+    const int readEnd = pipeFromStandardError();
+    fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
+    while (write(STDERR_FILENO, "x", 1) == 1) {
+    }
+    fcntl(STDERR_FILENO, F_SETFL, 0);
+    EXPECT_LT(timeOf([] { ZEL_LOG(ERROR, "lost, and the program goes on"); }), kDeadline);
+
+    std::string all(1 << 20, '\0');  // as much as a pipe holds, pipe(7)
+    ASSERT_GT(read(readEnd, all.data(), all.size()), 0);
+    ZEL_LOG(ERROR, "room again");
+    const ssize_t size = read(readEnd, all.data(), all.size());
+    ASSERT_GT(size, 0);
+    EXPECT_EQ(all.substr(0, static_cast<std::size_t>(size)), "ERROR room again\n");
+  });
 }
 
 TEST(LoggerChannel, refusesModesThatItDoesNotHave) {

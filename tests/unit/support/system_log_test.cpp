@@ -2,9 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -180,6 +184,37 @@ TEST(SystemLog, losesNothingToASystemLogThatIsOnlySlow) {
     });
     for (int i = 0; i < entries; ++i) log.write(LOG_ERR, std::to_string(i));
     reader.join();
+  });
+}
+
+std::atomic<int> handled{0};
+
+TEST(SystemLog, waitsOnForRoomAfterASignalHandler) {
+  SKIP_WITHOUT_NAMESPACES();
+  checkInChild([] {
+    enterPrivateMounts();
+    const DatagramSocket collector = DatagramSocket::ofSystemLog();
+    SystemLog filler;
+    ASSERT_TRUE(filler.open("IDENT", 0, 0));
+    for (int i = moreThanFit(); i > 0; --i) filler.write(LOG_ERR, "no room is left");
+    SystemLog log;
+    ASSERT_TRUE(log.open("IDENT", 0, 0));
+
+    struct sigaction action {};
+    action.sa_handler = [](int) { ++handled; };
+    sigaction(SIGUSR1, &action, nullptr);
+    std::string last;
+    const auto empty = [&collector, &last] {
+      while (auto entry = collector.receiveNow()) last = *entry;
+    };
+    std::thread reader([&empty, writer = pthread_self()] {
+      for (; handled < 50; std::this_thread::sleep_for(std::chrono::milliseconds(1))) pthread_kill(writer, SIGUSR1);
+      empty();
+    });
+    log.write(LOG_ERR, "kept");
+    reader.join();
+    empty();
+    EXPECT_THAT(last, EndsWith(" IDENT: kept"));
   });
 }
 
