@@ -178,6 +178,7 @@ def perform(router: Router, keep: bool) -> None:
     print(f"The daemon has left with status {daemon.status}.")
     show.chapter("Summary")
     print(table)
+    print("\nscripts/lab shows real tunnels with packets in them.")
 
 
 def main() -> None:

@@ -1,0 +1,72 @@
+"""What the steps act on and wait with."""
+
+import contextlib
+import pathlib
+import time
+from collections.abc import Callable, Iterator
+
+from lab import state
+from lab.router import Router
+from lab.topology import KINDS, Topology
+
+POLL_SECONDS = 0.3
+
+
+class Unmet(Exception):
+    """Something that a step asserts is not so, or not in time."""
+
+
+def require(what: str, holds: object) -> None:
+    if not holds:
+        raise Unmet(f"not so: {what}")
+
+
+class Lab:
+    """The topology, a folder for files, and the deadline of the current step on the monotonic clock."""
+
+    def __init__(self, topology: Topology, folder: pathlib.Path):
+        self.topology, self.a, self.b = topology, topology.a, topology.b
+        self.folder = folder
+        self.deadline = 0.0
+
+    def wait(self, what: str, condition: Callable[[], object], why: Callable[[], str] = str) -> None:
+        """Until the condition holds; Unmet, with `what` and what `why` returns, when the deadline comes first."""
+        while not condition():
+            if time.monotonic() > self.deadline:
+                raise Unmet(" ".join(filter(None, (f"not in time: {what}", why()))))
+            time.sleep(POLL_SECONDS)
+
+    def wait_documented(self, *routers: Router) -> None:
+        """Until the routers are what their documents say."""
+        for router in routers:
+            expected = state.documented(router.documents, self.topology.names)
+
+            def differences() -> str:
+                return state.differences(expected, state.observed(router))
+
+            self.wait(f"{router.name} as documented;", lambda: not differences(), differences)
+
+    def wait_crossing(self, *kinds: str) -> None:
+        """Until an echo request and its answer have crossed through each of these kinds of tunnels."""
+        silent = set(kinds)
+
+        def crossed() -> bool:
+            silent.difference_update(self.topology.crossing(silent))
+            return not silent
+
+        self.wait("a packet through", crossed, lambda: ", ".join(sorted(KINDS[kind] for kind in silent)))
+
+    def refresh(self, *routers: Router) -> None:
+        """Publishes the documents, asks for a run with a second invocation, and waits for its end."""
+        with self.run_on(*routers):
+            for router in routers:
+                router.publish()
+                router.refresh()
+
+    @contextlib.contextmanager
+    def run_on(self, *routers: Router) -> Iterator[None]:
+        """What the block does must cause a run on each of the routers; leaving it waits for their ends."""
+        counts = {router: router.runs() for router in routers}
+        yield
+        for router, count in counts.items():
+            self.wait(f"the end of a run on {router.name}", lambda: router.runs() > count)
