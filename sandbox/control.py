@@ -16,7 +16,7 @@ class Channel:
         self._socket = sock
         self._sending = threading.Lock()
         self._lines: list[bytes] = []
-        self._partial = b""
+        self._pieces: list[bytes] = []  # of the line that is not complete yet; a line may have megabytes
 
     def fileno(self) -> int:
         return self._socket.fileno()
@@ -37,9 +37,9 @@ class Channel:
                 return None
             *complete, rest = data.split(b"\n")
             if complete:
-                complete[0] = self._partial + complete[0]
-                self._partial = b""
-            self._partial += rest
+                complete[0] = b"".join([*self._pieces, complete[0]])
+                self._pieces.clear()
+            self._pieces.append(rest)
             self._lines = complete
         return json.loads(self._lines.pop(0))
 

@@ -118,8 +118,8 @@ class Keeper:
     def op_process(self, pid: int) -> dict | None:
         return processes.facts(pid)
 
-    def op_children(self, pid: int) -> list[int]:
-        return processes.children(pid)
+    def op_children(self, pid: int, zombies: bool) -> list[int]:
+        return processes.children(pid, zombies)
 
     # ---- files; contents travel as Latin-1 texts, a character for each byte ----
 

@@ -86,7 +86,11 @@ class Process:
 
     def children(self) -> list[int]:
         """The pids of its living children."""
-        return self._router.ask("children", pid=self.pid)
+        return self._router.ask("children", pid=self.pid, zombies=False)
+
+    def zombies(self) -> list[int]:
+        """The pids of its children that have ended and that it has not waited for."""
+        return self._router.ask("children", pid=self.pid, zombies=True)
 
     def _fact(self, name: str):
         facts = self.facts()

@@ -51,6 +51,9 @@ class SyslogCollector:
 
     def _replace_socket(self, present: bool) -> None:
         if self._socket:
+            # The thread that waits for this socket in `_watch` keeps it open, and who writes to it would not learn that
+            # it is gone.
+            self._socket.shutdown(socket.SHUT_RDWR)
             self._socket.close()
             self._socket = None
             os.unlink(PATH)

@@ -103,6 +103,17 @@ def test_a_router_whose_keeper_dies_says_so(routed):
         r.run()
 
 
+def test_what_is_asked_and_answered_may_be_long(routed):
+    """Far longer than what a socket takes at once, with events in between."""
+    r = routed("import os; os.system('firewall --init')")
+    contents = "".join(map(chr, range(128))) * 50_000
+    for _ in range(2):
+        r.start()
+        r.write_file("/run/long", contents)
+        assert r.read_file("/run/long") == contents
+    r.wait_for("end", program="firewall", count=2)
+
+
 # ---- networks ----
 
 def test_two_routers_can_be_joined(routed):

@@ -6,20 +6,7 @@ import signal
 import pytest
 
 from sandbox.gre_model import GreModel
-
-DAEMON = """
-import os, signal, sys, time
-if os.fork():
-    os._exit(0)
-os.setsid()
-stopping = []
-signal.signal(signal.SIGTERM, lambda *_: stopping.append(1))
-signal.signal(signal.SIGHUP, lambda *_: os.system("ip tunnel"))
-open("/var/run/tunnel_mngr.pid", "w").write(f"{os.getpid()}\\n")
-while not stopping:
-    time.sleep(0.01)
-sys.exit(3)
-"""
+from test_sandbox import DAEMON
 
 
 # ---- programs and commands ----
@@ -239,6 +226,21 @@ def test_the_daemon_is_found_watched_and_ended(routed):
     assert not daemon.alive() and daemon.status == 3
     kinds = [event.kind for event in r.timeline()]
     assert kinds[:4] == ["start", "exit", "signal", "command"] and kinds[-2:] == ["signal", "exit"]
+
+
+def test_children_that_were_not_waited_for_are_told_from_the_living(routed):
+    r = routed("""
+import os, time
+if os.fork(): os._exit(0)
+for seconds in (0, 1000):
+    if os.fork() == 0:
+        time.sleep(seconds)
+        os._exit(0)
+time.sleep(1000)
+""")
+    daemon = r.daemon()
+    r.wait_until(lambda: len(daemon.zombies()) == 1, "the child that has ended")
+    assert len(daemon.children()) == 1 and not set(daemon.children()) & set(daemon.zombies())
 
 
 def test_a_program_that_leaves_no_daemon_is_an_error(routed):

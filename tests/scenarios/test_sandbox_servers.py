@@ -213,6 +213,24 @@ syslog.syslog("seen")
     assert r.messages() == ["seen"]
 
 
+def test_who_is_connected_to_a_system_log_that_goes_away_is_told(routed):
+    r = routed("""
+import socket, sys, time
+log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+log.connect("/dev/log")
+try:
+    while True:
+        log.send(b"<14>x: here")
+        time.sleep(0.01)
+except OSError as error:
+    sys.exit(error.strerror)
+""")
+    program = r.start()
+    r.wait_for("log", "here")
+    r.syslog.absent()
+    assert program.wait_exit() == 1 and program.stderr == "Connection refused\n"
+
+
 def test_a_blocked_system_log_reads_nothing_until_it_goes_on(routed):
     r = routed(LOG + "syslog.syslog('one')")
     r.syslog.block()
