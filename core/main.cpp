@@ -1,5 +1,6 @@
 // The tunnel manager: brings a router's tunnels into line with its configuration, once or as a daemon.
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -15,6 +16,14 @@
 #include "support/logger.h"
 
 namespace {
+
+/// The GNU C library reserves 64 MB of addresses for each of its arenas, and gives nearly every thread one. The threads
+/// here are asleep most of the time and need none, and a 32-bit router has no such space.
+void shareOneArena() {
+#ifdef M_ARENA_MAX
+  mallopt(M_ARENA_MAX, 1);
+#endif
+}
 
 void setUpLog() {
   ZEL::Logger::setPrintLevel(ZEL::Logger::PrintLevel::ERROR_LEVEL, true);
@@ -32,6 +41,7 @@ void manageTunnelsOnce() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  shareOneArena();
   setUpLog();
   parseOptions(argc, argv);
   signalRunningInstance();

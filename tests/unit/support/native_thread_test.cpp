@@ -4,10 +4,14 @@
 #include <json/reader.h>
 #include <netdb.h>
 #include <pthread.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -94,6 +98,27 @@ TEST(SpawnThread, saysWhenThereIsNoThread) {
   EXPECT_FALSE(*owned) << "the body was run";
   EXPECT_EQ(owned.use_count(), 1) << "the body is not released";
   EXPECT_TRUE(sameMasks(currentMask(), before));
+}
+
+/// Whether the page that holds the address is in memory; false, too, when there is none. mincore(2)
+bool isInMemory(std::uintptr_t address) {
+  const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  unsigned char state = 0;
+  return mincore(reinterpret_cast<void*>(address / size * size), size, &state) == 0 && (state & 1) != 0;
+}
+
+TEST(SpawnThread, leavesNoStackInMemoryThatTheNextThreadMayNeverUse) {
+  constexpr std::size_t kKilobyte = 1024;
+  std::uintptr_t used = 0;
+  const auto useStack = [&used] {
+    std::array<char, 24 * kKilobyte> frame{};
+    volatile char* const bytes = frame.data();
+    for (std::size_t i = 0; i < frame.size(); ++i) bytes[i] = 1;
+    used = reinterpret_cast<std::uintptr_t>(&frame) + 12 * kKilobyte;
+    EXPECT_TRUE(isInMemory(used));
+  };
+  ASSERT_TRUE(runOnThread(kThreadStackBytes, useStack));
+  EXPECT_FALSE(isInMemory(used));
 }
 
 TEST(BlockedSignals, blocksAllForItsScopeAndNestsWithOthers) {
