@@ -1,6 +1,5 @@
 // The tunnel manager: brings a router's tunnels into line with its configuration, once or as a daemon.
 
-#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,17 +12,10 @@
 #include "core/tunnel_management_run.h"
 #include "monitors/refresh_request.h"
 #include "support/cancellation.h"
+#include "support/footprint.h"
 #include "support/logger.h"
 
 namespace {
-
-/// The GNU C library reserves 64 MB of addresses for each of its arenas, and gives nearly every thread one. The threads
-/// here are asleep most of the time and need none, and a 32-bit router has no such space.
-void shareOneArena() {
-#ifdef M_ARENA_MAX
-  mallopt(M_ARENA_MAX, 1);
-#endif
-}
 
 void setUpLog() {
   ZEL::Logger::setPrintLevel(ZEL::Logger::PrintLevel::ERROR_LEVEL, true);
@@ -41,7 +33,7 @@ void manageTunnelsOnce() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  shareOneArena();
+  ZEL::keepFootprintSmall();
   setUpLog();
   parseOptions(argc, argv);
   signalRunningInstance();

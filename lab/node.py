@@ -42,10 +42,10 @@ class Node:
         self._channel.send({"method": method, "arguments": arguments})
         return self._receive()
 
-    def command(self, *words: str, check: bool = True) -> str:
+    def command(self, *words: str) -> str:
         """Runs a program inside and returns what it wrote to its standard output."""
         status, output, errors = self.ask("_run", words)
-        if check and status != 0:
+        if status != 0:
             raise CommandFailed(f"{self.name}: {' '.join(words)}: {(errors or output).strip()}")
         return output
 

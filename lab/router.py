@@ -206,6 +206,10 @@ class Router(Node):
         """The lines of the system log so far, each with the name of the program that wrote it in front."""
         return [f"{event['ident']}: {event['text'].strip()}" for event in self.events() if event["kind"] == "log"]
 
+    def gre_devices(self) -> dict[str, str]:
+        """Those of `devices` that are GRE tunnels."""
+        return {name: text for name, text in self.devices().items() if text.startswith("gre ")}
+
     def run_seconds(self) -> list[float]:
         """The seconds that each of the tunnel management runs took that have ended."""
         return readings.run_seconds(self.events())

@@ -68,8 +68,7 @@ def _documented_openvpn(documents: Documents) -> dict:
 
 def observed(router: Router) -> dict:
     """The same of the running router."""
-    devices = readings.devices(router.command("ip", "-json", "-details", "address"))
-    gre = {name: text for name, text in devices.items() if text.startswith("gre ")}
+    devices, gre = router.devices(), router.gre_devices()
     found = {"GRE devices": gre, "other devices": {name: devices[name] for name in devices.keys() - gre.keys()},
              "routes through GRE devices": readings.routes(router.command("ip", "-json", "route"), set(gre)),
              "IPsec service": router.ipsec_services(),

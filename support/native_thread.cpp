@@ -30,9 +30,9 @@ class Attributes {
 /// What the calls at the very end of a thread need of its stack, with room to spare.
 constexpr std::size_t kLastFrames = 1024;
 
-/// Gives back the memory of the calling thread's stack that lies below this frame. The C library keeps the stacks of
-/// threads that have ended for the next ones, with 16 KB of each in memory; most threads here use far less, sleep, and
-/// are many.
+/// Gives back the memory of the calling thread's stack that lies below this frame, and so has one of its own. The GNU C
+/// library keeps the stacks of threads that have ended for the next ones, and lets PTHREAD_STACK_MIN bytes of each stay
+/// in memory (16 KB); most threads here use far less, sleep, and are many.
 __attribute__((noinline)) void giveBackStack() {
   pthread_attr_t attributes;
   if (pthread_getattr_np(pthread_self(), &attributes) != 0) return;
@@ -47,7 +47,7 @@ __attribute__((noinline)) void giveBackStack() {
 }
 
 void* runBody(void* argument) {
-  {
+  {  // the body is released, too, before its stack is given back
     const std::unique_ptr<std::function<void()>> body(static_cast<std::function<void()>*>(argument));
     (*body)();
   }

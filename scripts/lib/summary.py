@@ -4,7 +4,7 @@ FOLDER holds for each suite NAME.status, its exit status, and NAME.xml, its repo
 one. Prints a line for each suite and, as the last one, "N passed, N failed" or "N passed, N failed, N skipped". Leaves
 with 1 unless something passed and nothing failed.
 
-A suite that leaves with 77 could not run on this machine, and counts as one skipped test."""
+A suite that leaves with 77 and without a report could not run on this machine, and counts as one skipped test."""
 
 import pathlib
 import sys
@@ -16,7 +16,7 @@ CANNOT_RUN = 77
 def count(report: pathlib.Path, status: int) -> dict[str, int]:
     """The outcomes of one suite. A suite that failed as a whole, or that ran nothing, counts as one failure more."""
     counts = {"passed": 0, "failed": 0, "skipped": 0}
-    if status == CANNOT_RUN:
+    if status == CANNOT_RUN and not report.exists():
         return counts | {"skipped": 1}
     if report.exists():
         for case in ElementTree.parse(report).iter("testcase"):

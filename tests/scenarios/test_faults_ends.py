@@ -210,7 +210,7 @@ def test_two_starts_at_once_give_one_daemon(make_router):
     assert_a_start_makes_whole(router)
 
 
-def test_starts_at_once_while_a_daemon_runs_become_one_refresh(make_router):
+def test_starts_at_once_while_a_daemon_runs_become_two_refreshes_at_most(make_router):
     """All of them hand over to it."""
     story = subject(make_router)
     router = story.router

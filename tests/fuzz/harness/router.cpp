@@ -1,6 +1,5 @@
 #include "tests/fuzz/harness/router.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <tuple>
@@ -16,12 +15,6 @@ bool operator==(const Message& a, const Message& b) {
 bool operator==(const Deeds& a, const Deeds& b) {
   return std::tie(a.commands, a.files, a.modes, a.log, a.children, a.pauses) ==
          std::tie(b.commands, b.files, b.modes, b.log, b.children, b.pauses);
-}
-
-std::size_t countMessages(const Deeds& deeds, const std::string& beginning) {
-  const auto count = std::count_if(deeds.log.begin(), deeds.log.end(),
-                                   [&](const Message& message) { return message.text.rfind(beginning, 0) == 0; });
-  return static_cast<std::size_t>(count);
 }
 
 bool Router::canOpen(const std::string& path) const {

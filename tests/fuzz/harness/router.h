@@ -30,9 +30,6 @@ struct Deeds {
 
 bool operator==(const Deeds& a, const Deeds& b);
 
-/// How many of the log's messages begin with a text.
-std::size_t countMessages(const Deeds& deeds, const std::string& beginning);
-
 struct Router {
   std::map<std::string, std::string> answers;  ///< of the configuration API, by URL; where there is none, no API is
   std::size_t chunk = 0;                       ///< bytes in which answers come; 0 for all at once
