@@ -91,8 +91,8 @@ def test_an_openvpn_that_cannot_be_started_is_tried_by_each_pass(make_router, fa
             router.wait_for("log", NO_EXEC, since=mark, count=tries)
         else:
             router.wait_for("end", program="openvpn", since=mark, status=1, count=tries)
+    mark = router.mark("to be healed")
     fault.heal(story)
-    mark = router.mark("healed")
     next(clock)
     router.wait_for("exec", program="openvpn", since=mark)
     router.wait_until(lambda: len(story.living_children()) == 1 and story.daemon.zombies() == [], "one child")
@@ -128,6 +128,7 @@ def test_a_ping_that_hangs_delays_what_is_asked_for_and_loses_none(make_router):
     router.documents["ovpnTunnels"] = [tunnel("point")]
     story.run()
     for request in ("refresh", "stop"):
+        story.put_off_passes()  # the daemon's first may not have come yet, and the ping that hangs would be its
         router.program("ping").on(stay=True, times=1)
         mark = router.mark(request)
         next(clock)
