@@ -105,8 +105,9 @@ def _write_network_files(fixed: dict[str, str], resolver_options: str) -> None:
         if real.startswith("/run/"):  # systems whose resolver file is a link to there; the private /run is still empty
             os.makedirs(os.path.dirname(real), exist_ok=True)
             open(real, "w").close()
-        if os.path.exists(real):
-            _mount(source, real, None, MS_BIND)
+        if not os.path.exists(real):  # a mount needs a file to lie over
+            open(real, "w").close()
+        _mount(source, real, None, MS_BIND)
 
 
 def _link_tools() -> None:

@@ -6,9 +6,9 @@ declare -A kPackages=(
   [test]="libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist strace valgrind curl jq openvpn iputils-ping"
   [lab]="python3 iproute2 iputils-ping openssl openvpn strongswan-starter strongswan-charon libstrongswan-standard-plugins libcharon-extra-plugins tcpdump"
   [machine]="busybox-static kmod qemu-system-x86"
-  [fuzz]="clang"
+  [fuzz]="clang libclang-rt-dev llvm"
   [bench]="libbenchmark-dev python3 python3-matplotlib curl jq"
-  [coverage]="clang llvm"
+  [coverage]="clang libclang-rt-dev llvm"
   [check]="clang clang-format clang-tidy cppcheck groff-base python3 python3-jsonschema"
 )
 

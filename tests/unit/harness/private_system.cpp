@@ -86,6 +86,7 @@ void replaceFile(const std::string& path, const std::string& text) {
   checked(static_cast<int>(write(descriptor, text.data(), text.size())), "write");
   checked(fchmod(descriptor, 0644), "fchmod");
   close(descriptor);
+  close(open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644));  // a mount needs a file to lie over
   const int mounted = mount(name.c_str(), path.c_str(), nullptr, MS_BIND, nullptr);
   unlink(name.c_str());  // the mount keeps the file
   checked(mounted, path.c_str());
