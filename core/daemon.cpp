@@ -13,6 +13,7 @@
 #include "monitors/fqdn_monitor.h"
 #include "monitors/refresh_request.h"
 #include "openvpn/connectivity_check.h"
+#include "support/footprint.h"
 #include "support/logger.h"
 #include "support/native_thread.h"
 
@@ -48,9 +49,14 @@ void stopFqdnMonitors() {
   v_apFqdnMonitor.clear();
 }
 
+void performRun() {
+  const ZEL::FreeMemoryReturn afterIt;
+  manageTunnels();
+}
+
 void refresh() {
   stopFqdnMonitors();
-  manageTunnels();
+  performRun();
   startFqdnMonitors();
 }
 
@@ -89,10 +95,6 @@ void guarded(void (*step)()) {
   }
 }
 
-void performFirstRun() {
-  manageTunnels();
-}
-
 /// After this no thread of ours runs and no handler is called, so the process can be taken down.
 void stopEverything() {
   signal(SIGHUP, SIG_IGN);
@@ -117,7 +119,7 @@ void becomeDaemon() {
 }
 
 void runDaemon() {
-  guarded(performFirstRun);
+  guarded(performRun);
   ZEL_LOG(INFO, "[%s] STARTING WAN AND FQDN MONITORS", kLogTag);
   wanMonitor->start();
   startFqdnMonitors();

@@ -13,4 +13,10 @@ void keepFootprintSmall() {
   unsetenv("LD_BIND_NOW");
 }
 
+FreeMemoryReturn::~FreeMemoryReturn() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
+}
+
 }  // namespace ZEL

@@ -13,4 +13,14 @@ namespace ZEL {
 /// removed from the environment, so that the programs that are run are loaded as ever.
 void keepFootprintSmall();
 
+/// At its end, gives the kernel all memory that the allocator holds free. Otherwise the allocator keeps whatever lies
+/// below something that is still in use (malloc_trim(3)), and a run's documents are followed by its monitors.
+class FreeMemoryReturn {
+ public:
+  FreeMemoryReturn() = default;
+  ~FreeMemoryReturn();
+  FreeMemoryReturn(const FreeMemoryReturn&) = delete;
+  FreeMemoryReturn& operator=(const FreeMemoryReturn&) = delete;
+};
+
 }  // namespace ZEL

@@ -20,7 +20,6 @@ DAEMONS_LOOKING_UP = 3
 RESOLVER_OPTIONS = "timeout:30 attempts:1"  # as long as the resolver takes, so that all look-ups last at the same time
 CHECK_SECONDS = 60  # the shortest period of a monitor
 START_SECONDS = 60
-AS_A_SERVICE = {"LD_BIND_NOW": "1"}  # what packaging/tunnel_mngr.service.in starts the daemon with
 MOST_RESIDENT = 6.0  # MB at 100 monitors
 MOST_EACH = 20.0  # KB
 MOST_WAKE_UPS = 5.1  # a second: the loop's own five, and the WAN monitor's every 30 seconds
@@ -29,11 +28,12 @@ MOST_STOP_AND_START = 150.0  # ms
 
 def measure(program: pathlib.Path, programs: pathlib.Path) -> list[Section]:
     rest: dict[int, Usage] = {}
-    for count in COUNTS:
-        with _daemon(program, programs, count) as (room, daemon):
+    with contextlib.ExitStack() as stack:
+        daemons = {count: stack.enter_context(_daemon(program, programs, count)) for count in COUNTS}
+        for count, (room, daemon) in daemons.items():
+            _wait_for_checks(room, daemon, count)
             rest[count] = usage(daemon.host_pid, REST_SECONDS)
-            if count == MANY:
-                asleep = _refresh_while_asleep(room, daemon)
+        asleep = _refresh_while_asleep(*daemons[MANY])
     return [_at_rest(rest), _stop_and_start(asleep, _refresh_while_looking_up(program, programs))]
 
 
@@ -41,10 +41,16 @@ def measure(program: pathlib.Path, programs: pathlib.Path) -> list[Section]:
 def _daemon(program: pathlib.Path, programs: pathlib.Path, monitors: int) -> Iterator[tuple[Room, Process]]:
     """A daemon with as many IPsec tunnels, whose hosts have names; all its monitors are running."""
     configuration = documents.configuration(0, 0) | {"ipsecTunnels": _tunnels(monitors, named=True)}
-    with Room(program, programs, configuration, AS_A_SERVICE, resolver_options=RESOLVER_OPTIONS) as room:
+    with Room(program, programs, configuration, resolver_options=RESOLVER_OPTIONS) as room:
         for i in range(monitors):
             room.router.dns.set(_host(i), "203.0.113.99")
         yield room, room.start_daemon(monitors, START_SECONDS)
+
+
+def _wait_for_checks(room: Room, daemon: Process, monitors: int) -> None:
+    """Until each monitor has looked its name up once after the run had, and all are asleep again."""
+    room.router.wait_for("dns", count=2 * monitors, timeout=2 * CHECK_SECONDS)
+    room.wait_for_threads(daemon, monitors, START_SECONDS)
 
 
 def _tunnels(count: int, named: bool) -> list[dict]:

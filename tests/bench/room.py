@@ -6,6 +6,7 @@ import hashlib
 import os
 import pathlib
 
+from sandbox import service_unit
 from sandbox.process import Process
 from sandbox.router import Router
 
@@ -55,12 +56,12 @@ class Refresh:
 
 
 class Room:
-    """A router to time in, to be used in a `with` block. `programs` is the folder of the built benchmark programs."""
+    """A router to time in, to be used in a `with` block. `programs` is the folder of the built benchmark programs. The
+    daemon is started with the variables of its service unit."""
 
-    def __init__(self, program: pathlib.Path, programs: pathlib.Path, documents: dict,
-                 environment: dict[str, str] | None = None, **router_options):
+    def __init__(self, program: pathlib.Path, programs: pathlib.Path, documents: dict, **router_options):
         self._programs = programs
-        self.router = Router(program, documents, environment={"PATH": SEARCH_PATH, **(environment or {})},
+        self.router = Router(program, documents, environment={"PATH": SEARCH_PATH, **service_unit.environment()},
                              **router_options)
 
     def __enter__(self) -> "Room":
