@@ -8,7 +8,7 @@ from bench.recording import SCRIPT, record_program, record_script
 from bench.room import COMMAND_LIST, Room, Timing
 from bench.section import Goal, Samples, Section, Table, ratios
 
-ROUNDS = {1: 9, 10: 9, 100: 7, 500: 3}
+ROUNDS = {1: 9, 10: 9, 100: 15, 500: 5}
 START_ROUNDS = 9
 PAUSE = 1.0  # seconds: every run, and the script, waits as long for the restarted IPsec service
 WITHOUT_PAUSE = ("floor",)

@@ -6,53 +6,25 @@
  * threads. Each time is at most one look, about a tenth of a millisecond, too long. A single thread more than LOW is no
  * monitor yet where there are several: the WAN monitor makes one for each of its requests. Leaves with 1 when the
  * number of threads does not come to HIGH, LOW and HIGH again within kDeadline. */
-#include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
-#include <time.h>
-#include <unistd.h>
 
-static const long kBetweenLooks = 50 * 1000L;            /* nanoseconds */
-static const long long kDeadline = 100 * 1000000000LL;   /* nanoseconds */
+#include "watch.h"
 
-static char statusPath[64];
-
-static long long nanoseconds(clockid_t clock) {
-  struct timespec now = {0};
-  if (clock_gettime(clock, &now) != 0) {
-    perror("clock_gettime");
-    exit(EXIT_FAILURE);
-  }
-  return now.tv_sec * 1000000000LL + now.tv_nsec;
-}
-
-/* -1 when the process is gone. */
-static int threads(void) {
-  static const char kLabel[] = "\nThreads:";
-  char text[4096];
-  const int status = open(statusPath, O_RDONLY);
-  const ssize_t size = status < 0 ? -1 : read(status, text, sizeof text - 1);
-  if (status >= 0) close(status);
-  if (size <= 0) return -1;
-  text[size] = '\0';
-  const char *const line = strstr(text, kLabel);
-  return line ? atoi(line + sizeof kLabel - 1) : -1;
-}
+static const long long kDeadline = 100 * 1000000000LL; /* nanoseconds */
 
 /* Returns when there are at least `least` and at most `most` threads, with the time. */
-static long long waitForThreads(int least, int most, long long begin) {
+static long long waitForThreads(pid_t process, int least, int most, long long begin) {
   for (;;) {
-    const int count = threads();
+    const int count = lookAtThreads(process);
     const long long now = nanoseconds(CLOCK_MONOTONIC);
     if (count >= least && count <= most) return now;
     if (count < 0 || now - begin > kDeadline) {
       fprintf(stderr, "%d threads, not %d to %d\n", count, least, most);
       exit(EXIT_FAILURE);
     }
-    nanosleep(&(struct timespec){0, kBetweenLooks}, NULL);
   }
 }
 
@@ -62,17 +34,16 @@ int main(int argc, char **argv) {
   const int low = atoi(argv[2]);
   const int high = atoi(argv[3]);
   clockid_t clock;
-  snprintf(statusPath, sizeof statusPath, "/proc/%d/status", daemon);
   if (clock_getcpuclockid(daemon, &clock) != 0) return EXIT_FAILURE;
 
-  waitForThreads(high, high, nanoseconds(CLOCK_MONOTONIC));
+  waitForThreads(daemon, high, high, nanoseconds(CLOCK_MONOTONIC));
   const int several = low + 2 < high ? low + 2 : high;
   const long long ownBefore = nanoseconds(clock);
   const long long begin = nanoseconds(CLOCK_MONOTONIC);
   if (kill(daemon, SIGHUP) != 0) return EXIT_FAILURE;
-  const long long stopped = waitForThreads(0, low, begin);
-  const long long starting = waitForThreads(several, INT_MAX, begin);
-  const long long started = waitForThreads(high, high, begin);
+  const long long stopped = waitForThreads(daemon, 0, low, begin);
+  const long long starting = waitForThreads(daemon, several, INT_MAX, begin);
+  const long long started = waitForThreads(daemon, high, high, begin);
   printf("%lld %lld %lld %lld\n", stopped - begin, starting - stopped, started - starting,
          nanoseconds(clock) - ownBefore);
   return EXIT_SUCCESS;
