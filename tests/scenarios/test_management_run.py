@@ -7,6 +7,7 @@ import pytest
 
 from daemon_stories import (PINGED_OPENVPN, RUN_BEGINS, assert_in_order, assert_no_instance, documents, gre, refresh,
                             start, wait_for_monitors)
+from openvpn_records import WITH_CA, tunnel
 from sandbox.router import Router
 
 NO_WAN = "[TUNNEL_MNGR] WAN Not Acquired. Tunnels will not be setup until WAN is available."
@@ -224,7 +225,7 @@ def test_a_tunnel_that_fails_keeps_none_of_the_others_from_being_created(make_ro
 
 @pytest.mark.parametrize("fault", ["fails", "is missing"])
 def test_a_firewall_script_that_fails_changes_nothing(make_router, fault):
-    router = make_router(documents(gre("one"), ovpnTunnels=[PINGED_OPENVPN]))
+    router = make_router(documents(gre("one"), ovpnTunnels=[tunnel("vpn", WITH_CA)]))
     router.make_ipsec_folders()
     if fault == "fails":
         router.program("firewall").on(status=1)
