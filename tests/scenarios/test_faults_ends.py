@@ -10,6 +10,7 @@ import pytest
 
 from daemon_stories import PID_FILE, SEMAPHORE, assert_no_instance, runs, wait_for_monitors, wait_until_idle
 from fault_stories import GRE_HOST, Subject, gre_address, publish, shimmed_router, subject
+from openvpn_records import PASS_SECONDS, PING, WITH_CA, conf_path, tunnel
 from sandbox.process import Process
 from sandbox.router import Router
 
@@ -110,11 +111,13 @@ def test_a_daemon_that_is_stopped_in_a_run_ends_with_it(make_router, hold, phase
     assert_a_start_makes_whole(router)
 
 
-def assert_killed_and_cleared_away(router: Router, process: Process) -> None:
-    """Kills it. The next start clears its marks away and does no more."""
+def assert_killed_and_cleared_away(router: Router, process: Process, go_on: Callable[[], object] = lambda: None) -> None:
+    """Kills it, has that go on which it was waiting for, and starts it again: that clears its marks away and does no
+    more."""
     process.signal(signal.SIGKILL)
     assert process.wait_exit() == -signal.SIGKILL
     assert router.exists(SEMAPHORE)
+    go_on()
     children = router.find("exec", program="openvpn")
     router.wait_until(lambda: not any(router.process(child.pid).alive() for child in children), "the children's end")
     mark = router.mark("the next start")
@@ -128,6 +131,33 @@ def test_a_daemon_that_is_killed_in_a_run_is_made_good_by_the_start_after_the_ne
     router, daemon = hold(make_router, phase)
     assert_killed_and_cleared_away(router, daemon)
     phase.go_on(router)  # the command that it was waiting for is still there
+    assert_a_start_makes_whole(router)
+
+
+def test_a_daemon_that_is_killed_while_an_openvpn_does_not_leave(make_router):
+    """The one that is being ended, and one that the daemon has not come to, which it takes with it."""
+    story = subject(make_router)
+    router, daemon = story.router, story.daemon
+    router.documents["ovpnTunnels"] = [tunnel("stubborn", WITH_CA), tunnel("other", WITH_CA)]
+    router.program("openvpn").on(["--config", conf_path("stubborn"), ...], stay=True, ignore_term=True, times=1)
+    mark = story.run()
+    stubborn, other = (router.wait_for("exec", conf_path(name), since=mark).pid for name in ("stubborn", "other"))
+    daemon.signal(signal.SIGHUP)
+    router.wait_for("caught", pid=stubborn, since=mark)
+    assert router.process(other).alive()
+    assert_killed_and_cleared_away(router, daemon, lambda: router.program("openvpn").exit(pid=stubborn))
+    assert_a_start_makes_whole(router)
+
+
+def test_a_daemon_that_is_killed_in_a_pass_over_the_openvpn_tunnels(make_router):
+    story = subject(make_router)
+    router, daemon = story.router, story.daemon
+    router.documents["ovpnTunnels"] = [tunnel("pinged")]
+    router.program("ping").on(stay=True, times=1)
+    story.run()
+    story.step_clock(PASS_SECONDS + 1)
+    router.wait_for("exec", PING)
+    assert_killed_and_cleared_away(router, daemon, lambda: router.program("ping").exit())
     assert_a_start_makes_whole(router)
 
 

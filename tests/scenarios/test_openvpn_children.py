@@ -20,9 +20,10 @@ def daemon_with(make_router, *tunnels, **options):
 @pytest.mark.asan
 @pytest.mark.tsan
 def test_every_tunnel_gets_a_child_in_the_order_of_the_configuration(make_router):
-    router, daemon = daemon_with(make_router, tunnel("one", WITH_CA), tunnel("two", WITH_CA))
+    router, daemon = daemon_with(make_router, tunnel("two", WITH_CA), tunnel("one", WITH_CA))
     started = wait_for_children(router, 2)
-    assert sorted(event.argv for event in started) == [arguments("one"), arguments("two")]
+    in_order_of_forks = sorted(started, key=lambda event: event.pid)
+    assert [event.argv for event in in_order_of_forks] == [arguments("two"), arguments("one")]
     assert {event.parent for event in started} == {daemon.pid}
     assert_in_order(router.timeline(), ("end", "firewall"), ("exec", "openvpn"), ("exec", "openvpn"))
 
