@@ -36,9 +36,9 @@ enum Mode { kFinish = 0, kStay = 1, kRunReal = 2, kBecomeReal = 3 };
 
 struct Reply {
   int32_t mode;
-  int32_t status;   /* exit status; a negative one is the signal to die of */
-  int32_t delayMs;  /* before output and exit */
-  int32_t termMs;   /* while staying, from SIGTERM to the exit; negative: SIGTERM is ignored */
+  int32_t status;  /* exit status; a negative one is the signal to die of */
+  int32_t delayMs; /* before output and exit */
+  int32_t termMs;  /* while staying, from SIGTERM to the exit; negative: SIGTERM is ignored */
   uint32_t outputSize;
   uint32_t errorSize;
   uint32_t pathSize; /* of the real program's path, with its NUL */
@@ -49,8 +49,8 @@ static const int32_t kNothingTold = INT32_MIN;
 
 static int signalPipe[2] = {-1, -1};
 
-static int sendAll(int fd, const void *data, size_t size) {
-  const char *next = data;
+static int sendAll(int fd, const void* data, size_t size) {
+  const char* next = data;
   while (size > 0) {
     const ssize_t sent = send(fd, next, size, MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) continue;
@@ -61,8 +61,8 @@ static int sendAll(int fd, const void *data, size_t size) {
   return 0;
 }
 
-static int receiveAll(int fd, void *data, size_t size) {
-  char *next = data;
+static int receiveAll(int fd, void* data, size_t size) {
+  char* next = data;
   while (size > 0) {
     const ssize_t got = recv(fd, next, size, 0);
     if (got < 0 && errno == EINTR) continue;
@@ -73,7 +73,7 @@ static int receiveAll(int fd, void *data, size_t size) {
   return 0;
 }
 
-static void writeAll(int fd, const char *text, size_t size) {
+static void writeAll(int fd, const char* text, size_t size) {
   while (size > 0) {
     const ssize_t written = write(fd, text, size);
     if (written < 0 && errno == EINTR) continue;
@@ -89,45 +89,45 @@ static int connectKeeper(void) {
   const size_t nameSize = sizeof kKeeperName - 1;
   memcpy(address.sun_path + 1, kKeeperName, nameSize);
   const socklen_t size = (socklen_t)(offsetof(struct sockaddr_un, sun_path) + 1 + nameSize);
-  if (fd >= 0 && connect(fd, (const struct sockaddr *)&address, size) == 0) return fd;
+  if (fd >= 0 && connect(fd, (const struct sockaddr*)&address, size) == 0) return fd;
   if (fd >= 0) close(fd);
   return -1;
 }
 
 /* Sends the texts as one frame; the list ends with a null pointer, and `more` (may be null) follows it. */
-static int sendFrame(int fd, char *const *more, ...) {
+static int sendFrame(int fd, char* const* more, ...) {
   uint32_t size = 0;
   va_list texts;
   va_start(texts, more);
-  for (const char *text; (text = va_arg(texts, const char *)) != NULL;) size += (uint32_t)strlen(text) + 1;
+  for (const char* text; (text = va_arg(texts, const char*)) != NULL;) size += (uint32_t)strlen(text) + 1;
   va_end(texts);
-  for (char *const *text = more; text && *text; ++text) size += (uint32_t)strlen(*text) + 1;
+  for (char* const* text = more; text && *text; ++text) size += (uint32_t)strlen(*text) + 1;
 
-  char *const frame = malloc(sizeof size + size);
+  char* const frame = malloc(sizeof size + size);
   if (!frame) return -1;
   memcpy(frame, &size, sizeof size);
-  char *next = frame + sizeof size;
+  char* next = frame + sizeof size;
   va_start(texts, more);
-  for (const char *text; (text = va_arg(texts, const char *)) != NULL;) next = stpcpy(next, text) + 1;
+  for (const char* text; (text = va_arg(texts, const char*)) != NULL;) next = stpcpy(next, text) + 1;
   va_end(texts);
-  for (char *const *text = more; text && *text; ++text) next = stpcpy(next, *text) + 1;
+  for (char* const* text = more; text && *text; ++text) next = stpcpy(next, *text) + 1;
   const int result = sendAll(fd, frame, sizeof size + size);
   free(frame);
   return result;
 }
 
 /* Returns the exit status that the keeper asked for meanwhile, or kNothingTold. */
-static int32_t reportAndWait(int keeper, const char *what, const char *value) {
+static int32_t reportAndWait(int keeper, const char* what, const char* value) {
   int32_t told = kNothingTold;
-  if (sendFrame(keeper, NULL, what, value, NULL) != 0) return told;
+  if (sendFrame(keeper, NULL, what, value, (char*)NULL) != 0) return told;
   for (int32_t answer; receiveAll(keeper, &answer, sizeof answer) == 0 && answer != kAcknowledged;) told = answer;
   return told;
 }
 
-static const char *decimal(long value) {
+static const char* decimal(long value) {
   static char texts[4][24];
   static unsigned next;
-  char *const text = texts[next++ % 4];
+  char* const text = texts[next++ % 4];
   snprintf(text, sizeof texts[0], "%ld", value);
   return text;
 }
@@ -135,17 +135,17 @@ static const char *decimal(long value) {
 /* ---- the shell ------------------------------------------------------------------------------------------------- */
 
 /* The text of "sh -c TEXT"; system(3) and popen(3) may put "--" in between. Null for any other call. */
-static const char *commandText(int argc, char **argv) {
+static const char* commandText(int argc, char** argv) {
   if (argc < 3 || strcmp(argv[1], "-c") != 0) return NULL;
   return strcmp(argv[2], "--") == 0 ? argv[3] : argv[2];
 }
 
-static int actAsShell(int argc, char **argv) {
-  const char *const text = commandText(argc, argv);
+static int actAsShell(int argc, char** argv) {
+  const char* const text = commandText(argc, argv);
   const int keeper = text && getenv(kMarker) ? connectKeeper() : -1;
   if (keeper >= 0) {
     int32_t acknowledgement;
-    if (sendFrame(keeper, NULL, "shell", decimal(getpid()), decimal(getppid()), text, NULL) == 0)
+    if (sendFrame(keeper, NULL, "shell", decimal(getpid()), decimal(getppid()), text, (char*)NULL) == 0)
       receiveAll(keeper, &acknowledgement, sizeof acknowledgement);
     close(keeper);
   }
@@ -171,7 +171,7 @@ static void leave(int keeper, int status) {
   _exit(status);
 }
 
-static void finish(int keeper, const struct Reply *reply, const char *texts, int status) {
+static void finish(int keeper, const struct Reply* reply, const char* texts, int status) {
   writeAll(STDOUT_FILENO, texts, reply->outputSize);
   writeAll(STDERR_FILENO, texts + reply->outputSize, reply->errorSize);
   leave(keeper, status);
@@ -192,7 +192,7 @@ static void catchSignals(void) {
 
 /* Stays until SIGTERM or SIGINT, or until the keeper says with which status to leave. The delay before the exit counts
  * from the first signal, so that a manager that repeats it every second does not prolong it. */
-static void stay(int keeper, const struct Reply *reply, const char *texts) {
+static void stay(int keeper, const struct Reply* reply, const char* texts) {
   int64_t deadline = -1;
   for (;;) {
     const int64_t left = deadline < 0 ? -1 : deadline - nowMs();
@@ -212,7 +212,7 @@ static void stay(int keeper, const struct Reply *reply, const char *texts) {
   }
 }
 
-static void runReal(int keeper, const char *path, char **argv) {
+static void runReal(int keeper, const char* path, char** argv) {
   int status = 0;
   const pid_t child = fork();
   if (child == 0) {
@@ -225,20 +225,20 @@ static void runReal(int keeper, const char *path, char **argv) {
   leave(keeper, WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status));
 }
 
-static int standIn(const char *name, char **argv) {
+static int standIn(const char* name, char** argv) {
   const int keeper = connectKeeper();
   int parentDeathSignal = 0;
   prctl(PR_GET_PDEATHSIG, &parentDeathSignal);
   struct Reply reply;
   if (keeper < 0 ||
       sendFrame(keeper, argv, "start", name, decimal(getpid()), decimal(getppid()), decimal(parentDeathSignal),
-                decimal(keeper), NULL) != 0 ||
+                decimal(keeper), (char*)NULL) != 0 ||
       receiveAll(keeper, &reply, sizeof reply) != 0)
     return 125;
   const size_t textSize = (size_t)reply.outputSize + reply.errorSize + reply.pathSize;
-  char *const texts = malloc(textSize + 1);
+  char* const texts = malloc(textSize + 1);
   if (!texts || receiveAll(keeper, texts, textSize) != 0) return 125;
-  const char *const realPath = texts + reply.outputSize + reply.errorSize;
+  const char* const realPath = texts + reply.outputSize + reply.errorSize;
 
   if (reply.mode == kStay) {
     catchSignals();
@@ -251,16 +251,23 @@ static int standIn(const char *name, char **argv) {
     }
   }
   switch (reply.mode) {
-    case kStay: stay(keeper, &reply, texts); break;
-    case kRunReal: runReal(keeper, realPath, argv); break;
-    case kBecomeReal: execv(realPath, argv); return 127;
-    default: finish(keeper, &reply, texts, reply.status);
+    case kStay:
+      stay(keeper, &reply, texts);
+      break;
+    case kRunReal:
+      runReal(keeper, realPath, argv);
+      break;
+    case kBecomeReal:
+      execv(realPath, argv);
+      return 127;
+    default:
+      finish(keeper, &reply, texts, reply.status);
   }
   return 125;
 }
 
-int main(int argc, char **argv) {
-  const char *const path = (const char *)getauxval(AT_EXECFN);
+int main(int argc, char** argv) {
+  const char* const path = (const char*)getauxval(AT_EXECFN);
   const size_t folderSize = sizeof kStandInFolder - 1;
   if (path && strncmp(path, kStandInFolder, folderSize) == 0) return standIn(path + folderSize, argv);
   return actAsShell(argc, argv);

@@ -26,9 +26,9 @@ static int printListing(void) {
   return size == 0;
 }
 
-int main(int argc, char **argv) {
-  const char *const slash = strrchr(argv[0], '/');
-  const char *const name = slash ? slash + 1 : argv[0];
+int main(int argc, char** argv) {
+  const char* const slash = strrchr(argv[0], '/');
+  const char* const name = slash ? slash + 1 : argv[0];
   if (strcmp(name, "openvpn") == 0) return access(kOpenvpnStays, F_OK) == 0 && pause();
   if (strcmp(name, "ping") == 0) return 0;
   if (!countCall()) return 1;

@@ -10,10 +10,10 @@
 
 enum { kMostWords = 32, kCannotRun = 127 };
 
-static int startAlone(char *text) {
-  char *words[kMostWords + 1] = {NULL};
+static int startAlone(char* text) {
+  char* words[kMostWords + 1] = {NULL};
   size_t count = 0;
-  for (char *word = strtok(text, " "); word && count < kMostWords; word = strtok(NULL, " ")) words[count++] = word;
+  for (char* word = strtok(text, " "); word && count < kMostWords; word = strtok(NULL, " ")) words[count++] = word;
   const pid_t child = fork();
   if (child == 0) {
     execvp(words[0], words);
@@ -22,8 +22,8 @@ static int startAlone(char *text) {
   return child > 0;
 }
 
-static int start(char *line) {
-  char *const text = strchr(line, ' ');
+static int start(char* line) {
+  char* const text = strchr(line, ' ');
   if (!text) return 0;
   *text = '\0';
   if (strcmp(line, "exec") == 0) return startAlone(text + 1);
@@ -31,10 +31,10 @@ static int start(char *line) {
   return status != -1 && status >> 8 != kCannotRun;
 }
 
-int main(int argc, char **argv) {
-  FILE *const list = argc == 2 ? fopen(argv[1], "re") : NULL;
+int main(int argc, char** argv) {
+  FILE* const list = argc == 2 ? fopen(argv[1], "re") : NULL;
   if (!list) return EXIT_FAILURE;
-  char *line = NULL;
+  char* line = NULL;
   size_t size = 0;
   for (ssize_t length; (length = getline(&line, &size, list)) > 0;) {
     line[length - 1] = '\0';

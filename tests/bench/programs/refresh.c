@@ -28,7 +28,7 @@ static long long waitForThreads(pid_t process, int least, int most, long long be
   }
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   if (argc != 4) return EXIT_FAILURE;
   const pid_t daemon = atoi(argv[1]);
   const int low = atoi(argv[2]);

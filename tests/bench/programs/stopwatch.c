@@ -19,7 +19,7 @@ static long long nanosecondsOf(struct timeval time) {
   return time.tv_sec * 1000000000LL + time.tv_usec * 1000LL;
 }
 
-static void become(char **command) {
+static void become(char** command) {
   const int nowhere = open("/dev/null", O_RDWR);
   dup2(nowhere, STDIN_FILENO);
   dup2(nowhere, STDOUT_FILENO);
@@ -29,7 +29,7 @@ static void become(char **command) {
   _exit(kCannotRun);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   if (argc < 2) return EXIT_FAILURE;
   const long long begin = nanoseconds(CLOCK_MONOTONIC);
   const pid_t child = fork();

@@ -28,6 +28,6 @@ int lookAtThreads(pid_t process) {
   if (status >= 0) close(status);
   if (size <= 0) return -1;
   text[size] = '\0';
-  const char *const line = strstr(text, kLabel);
+  const char* const line = strstr(text, kLabel);
   return line ? atoi(line + sizeof kLabel - 1) : -1;
 }
