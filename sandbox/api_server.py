@@ -110,10 +110,11 @@ class ApiServer:
 
     def _answer(self, connection: socket.socket, method: str, target: str) -> bool:
         """Records and answers one request; false when the connection ends with it."""
-        self._recorder.record("api", target, method=method)
+        # Before the record: whoever sees that cannot change what becomes of this request but by a release.
         with self._lock:
             rule = next((rule for rule in self._rules if rule.takes(target)), None)
             release = self._release
+        self._recorder.record("api", target, method=method)
         how = rule.how if rule else {}
         if how.get("hang"):
             if not self._hold(connection, release):

@@ -49,12 +49,13 @@ def open_router(request):
         return router
 
     yield open_router
+    late = []  # what came after the test's own check, at the end of the program
     for router in routers:
         told = router.problems() if request.node.stash.get(FAILED, False) else []
         router.close()
-        # What came after the test's own check, at the end of the program.
-        if late := [problem for problem in router.problems() if problem not in told]:
-            pytest.fail("\n\n".join(late), pytrace=False)
+        late += [problem for problem in router.problems() if problem not in told]
+    if late:
+        pytest.fail("\n\n".join(late), pytrace=False)
 
 
 @pytest.fixture

@@ -6,9 +6,6 @@ from sandbox.ipsec_service import IpsecService
 from sandbox.router import Router
 from tunnel_records import WAN, run_once
 
-RUN_TIMEOUT = 60  # "ipsec restart" alone takes three seconds
-
-
 def serviced(make_router, *tunnels: dict, user_space_esp: bool = False, **members) -> tuple[Router, IpsecService]:
     """A router that will have these tunnels, and the real service in it."""
     router = make_router(ipsec_documents(*tunnels, **members))

@@ -37,13 +37,18 @@ def _answers_badly(subject: Subject, document: str, how: dict) -> None:
     subject.router.api.on(document, **how)
 
 
+def _answers_well(subject: Subject) -> None:
+    subject.router.api.reset()
+    subject.router.remove("/run/impatient")
+
+
 FAULTS = [Fault(f"the answer for {document} {what}",
                 inject=lambda subject, document=document, how=how: _answers_badly(subject, document, how),
-                heal=lambda subject: subject.router.api.reset(), errors=said(line), warnings=[], up=left)
+                heal=_answers_well, errors=said(line), warnings=[], up=left)
           for document, (said, left) in DOCUMENTS.items() for what, (how, line) in ANSWERS.items()]
 FAULTS += [Fault("the answer for tunnels stops half-way",
                  inject=lambda subject: _answers_badly(subject, "tunnels", {"dribble": (10, 60)}),
-                 heal=lambda subject: subject.router.api.reset(), errors=[TIMED_OUT], warnings=[], up=ALL_DOWN)]
+                 heal=_answers_well, errors=[TIMED_OUT], warnings=[], up=ALL_DOWN)]
 FAULTS += [Fault(f"the API {what}", inject=lambda subject, how=how: getattr(subject.router.api, how)(),
                  heal=lambda subject: subject.router.api.present(), errors=[NO_OPENVPN_CONFIGURATION], warnings=[],
                  up=GRE_GONE)
@@ -94,14 +99,15 @@ def test_answers_that_dribble_are_waited_for(make_router):
 
 
 @pytest.mark.slow
-def test_a_byte_a_second_is_fast_enough(make_router):
+def test_a_little_more_than_a_byte_a_second_is_fast_enough(make_router):
     """For longer than the minute after which a silent API is given up."""
     story = subject(make_router)
-    story.router.api.on("wans", times=1, dribble=(1, 1))
-    mark = story.router.mark("a byte a second")
+    story.router.documents["wans"] += [{"current": False, "ip": "198.51.100.77"}]  # some bytes more
+    story.router.api.on("wans", times=1, dribble=(1, 0.9))
+    mark = story.router.mark("a byte in nine tenths of a second")
     story.daemon.signal(signal.SIGHUP)
     asked = story.router.wait_for("answer", WANS_URL, since=mark)
-    ended = story.router.wait_for("log", RUN_ENDS, since=mark, timeout=150)
+    ended = story.router.wait_for("log", RUN_ENDS, since=mark, timeout=240)
     assert ended.time - asked.time > 60
     story.assert_built(mark, ["gre1"])
     story.assert_whole()

@@ -113,7 +113,9 @@ def test_what_the_service_refuses_harms_no_other_connection(make_router):
     assert_knows(service, {
         "no-pem": known("no-pem", exchange="IKEv2", method="public key", right_id=None),
         "none": known("none", exchange="IKEv2"), "good": known("good")})
-    assert service.proposals("none_192_168_2_0_24") == {"IKE": []}
+    name = "none_192_168_2_0_24"
+    router.wait_until(lambda: "IKE" in service.proposals(name), "the first packet")
+    assert service.proposals(name) == {"IKE": []}
     assert service.complaints_about_configuration() == ["no config named 'unknown_192_168_2_0_24'"]
     assert {"skipped invalid proposal string: blowfish-sha9-modp1",
             "loading ca certificate from '/etc/ipsec.d/cacerts/no-pem.pem' failed",

@@ -1,6 +1,7 @@
 """The parts of the lab that need no kernel of their own: what it reads out of programs' words, what it expects of a
 router, the archive it boots from and the report it writes."""
 
+import copy
 import json
 import os
 import pathlib
@@ -8,12 +9,14 @@ import stat
 import subprocess
 import time
 import xml.etree.ElementTree as ElementTree
+from types import SimpleNamespace
 
 import pytest
 
 from lab import cpio, readings, report, state
 from lab.documents import Documents, Keys
-from lab.steps import Step
+from lab.faults import FAULTS
+from lab.steps import Step, write_documents
 from lab.topology import SITE_A, SITE_B
 
 WAN_A, WAN_B = SITE_A.wan, SITE_B.wan
@@ -117,8 +120,13 @@ def test_sections_tell_ends_and_kind():
     text = ("version 2.0\n\nconfig setup\n\tuniqueids=yes\n"
             "\nconn office_10\n\tleft=192.0.2.1\n\tright=192.0.2.2\n\tkeyexchange=ikev1\n\tauthby=secret\n"
             "\nconn vault_10\n\tleft=192.0.2.1\n\tright=192.0.2.3\n\tkeyexchange=ikev2\n\tauthby=rsasig\n")
-    assert readings.sections(text) == {"office_10": "192.0.2.1 to 192.0.2.2, ikev1, secret",
-                                       "vault_10": "192.0.2.1 to 192.0.2.3, ikev2, rsasig"}
+    assert readings.sections(text) == [("office_10", "192.0.2.1 to 192.0.2.2, ikev1, secret"),
+                                       ("vault_10", "192.0.2.1 to 192.0.2.3, ikev2, rsasig")]
+
+
+def test_a_section_that_stands_there_twice_is_found_twice():
+    text = "conn office_10\n\tleft=192.0.2.1\n\tright=192.0.2.2\n\tkeyexchange=ikev1\n\tauthby=secret\n\n"
+    assert readings.sections(text + text) == [("office_10", "192.0.2.1 to 192.0.2.2, ikev1, secret")] * 2
 
 
 def test_runs_are_counted_by_their_ends():
@@ -171,8 +179,8 @@ def test_a_router_must_have_what_its_documents_say(documents):
     assert state.documented(documents, NAMES) == {
         "GRE devices": {"Branch_Office_1": f"gre {WAN_A} to {WAN_B} ttl 64, up, 10.1.1.1/30"},
         "routes through GRE devices": ["192.168.21.0/24 Branch_Office_1"],
-        "conn sections": {"office_192_168_10_0_24": f"{WAN_A} to {WAN_B}, ikev1, secret",
-                          "vault_192_168_10_0_24": f"{WAN_A} to {WAN_B}, ikev2, rsasig"},
+        "conn sections": [("office_192_168_10_0_24", f"{WAN_A} to {WAN_B}, ikev1, secret"),
+                          ("vault_192_168_10_0_24", f"{WAN_A} to {WAN_B}, ikev2, rsasig")],
         "IPsec secrets": [f'"{WAN_A}" "{WAN_B}" : PSK "{documents.ipsec[0]["psk"]}"',
                           ": RSA /var/run/ipsec/private/vault.pem"],
         "CA certificates": ["vault.pem"], "certificates": ["vault.pem"], "private keys": ["vault.pem"],
@@ -184,7 +192,7 @@ def test_a_router_must_have_what_its_documents_say(documents):
 def test_a_name_that_moved_changes_what_must_be(documents):
     moved = state.documented(documents, NAMES | {SITE_B.host_name: "203.0.113.99"})
     assert moved["GRE devices"]["Branch_Office_1"].startswith(f"gre {WAN_A} to 203.0.113.99 ")
-    assert moved["conn sections"]["office_192_168_10_0_24"].startswith(f"{WAN_A} to 203.0.113.99,")
+    assert dict(moved["conn sections"])["office_192_168_10_0_24"].startswith(f"{WAN_A} to 203.0.113.99,")
 
 
 def test_without_a_wan_nothing_must_be(documents):
@@ -197,6 +205,57 @@ def test_what_is_too_much_is_a_difference():
         == "children: ['a', 'b'] instead of ['a']"
     assert state.differences({"children": ["a"]}, {}) == "children: None instead of ['a']"
     assert state.differences({"children": []}, {"children": []}) == ""
+
+
+@pytest.fixture
+def sound(keys) -> SimpleNamespace:
+    """What of a lab a fault works on: both routers with the documents that the first run finds, and on A a place for
+    programs, by name."""
+    a, b = Documents(SITE_A, SITE_B, keys), Documents(SITE_B, SITE_A, keys)
+    programs: dict[str, str] = {}
+    lab = SimpleNamespace(a=SimpleNamespace(documents=a, programs=programs, install=programs.__setitem__),
+                          b=SimpleNamespace(documents=b))
+    write_documents(lab)
+    return lab
+
+
+def contents(lab: SimpleNamespace) -> tuple[dict, dict]:
+    """Of both routers' documents, free of what is changed later."""
+    return copy.deepcopy((lab.a.documents.contents(), lab.b.documents.contents()))
+
+
+def test_each_fault_is_one_of_those_tested_here():
+    assert set(FAULTS) == {"wrong-secret", "missing-route", "link-left-down"}
+
+
+def test_a_wrong_secret_is_one_of_router_b_only(sound):
+    own, peer = contents(sound)
+    assert own["ipsecTunnels"][0]["psk"] == peer["ipsecTunnels"][0]["psk"]
+    FAULTS["wrong-secret"](sound)
+    faulty = sound.b.documents.ipsec[0].pop("psk")
+    assert faulty != peer["ipsecTunnels"][0].pop("psk")
+    assert (contents(sound), sound.a.programs) == ((own, peer), {})
+
+
+def test_a_missing_route_is_no_longer_to_be_there(sound):
+    own, peer = contents(sound)
+    assert state.documented(sound.a.documents, NAMES)["routes through GRE devices"] == ["192.168.21.0/24 Branch_Office_1"]
+    FAULTS["missing-route"](sound)
+    assert state.documented(sound.a.documents, NAMES)["routes through GRE devices"] == []
+    own["greTunnels"][0]["routes"] = []
+    assert (contents(sound), sound.a.programs) == ((own, peer), {})
+
+
+@pytest.mark.parametrize("arguments, passed_on", [("link set Branch_Office_1 up", False),
+                                                  ("link set Branch_Office_1 down", True), ("tunnel show", True)])
+def test_a_link_left_down_is_one_that_ip_is_not_told_to_set_up(sound, tmp_path, arguments, passed_on):
+    before = contents(sound)
+    FAULTS["link-left-down"](sound)
+    assert contents(sound) == before
+    program = tmp_path / "ip"
+    program.write_text(sound.a.programs["ip"].replace("/sbin/ip", "echo"))
+    result = subprocess.run(["sh", program, *arguments.split()], capture_output=True, text=True, check=True)
+    assert result.stdout == (f"{arguments}\n" if passed_on else "")
 
 
 def test_certificates_are_signed_by_the_authority(keys):

@@ -114,7 +114,6 @@ def test_without_the_kernels_list_nothing_is_torn_down_or_built(make_router):
 
 @pytest.mark.parametrize("document", ["openvpn", "syslog"])
 def test_without_the_openvpn_configuration_the_run_ends_with_the_gre_tunnels_gone(make_router, document):
-    """IPsec and OpenVPN are still running then."""
     router = router_with_tunnels(make_router)
     router.api.on(document, close=True)
     run_once(router)

@@ -5,7 +5,7 @@ import signal
 
 import pytest
 
-from daemon_stories import refresh, start, wait_until_idle
+from daemon_stories import refresh, runs, start, wait_until_idle
 from openvpn_records import (PASS_SECONDS, PING, STATIC_KEY, WITH_CA, children, connect_path, is_there, tunnel,
                              wait_for_children, with_tunnels)
 
@@ -46,8 +46,8 @@ def test_passes_are_at_least_eleven_seconds_apart_whatever_is_refreshed(make_rou
     refresh(router, daemon)
     router.wait_until(lambda: router.read_file(connect_path("office")) == "connected", "the third", 3 * PASS_SECONDS)
     times = [event.time for event in router.find("log", PING_SAID)]
-    # The clock counts whole seconds, so what is eleven to it may be ten and a little.
-    assert len(times) == 3 and all(later - earlier > 10 for earlier, later in zip(times, times[1:]))
+    # The clock counts whole seconds, so what is eleven to it may be ten and a little; and a line may be seen late.
+    assert len(times) == 3 and all(later - earlier > 9.5 for earlier, later in zip(times, times[1:]))
 
 
 @pytest.mark.slow
@@ -112,7 +112,9 @@ def test_a_ping_delays_a_refresh_and_loses_none(make_router):
     daemon = start(router)
     router.wait_for("exec", PING)
     mark = router.mark()
-    daemon.signal(signal.SIGHUP)
+    for _ in range(2):
+        assert router.run().status == 0  # asks the daemon for a refresh; it had time for that when this one is over
+    assert runs(router, mark) == 0
     router.program("ping").exit()
     router.wait_for("log", "[TUNNEL_MNGR] MANAGING TUNNELS", since=mark)
     wait_until_idle(router, daemon)

@@ -4,7 +4,7 @@ import signal
 
 import pytest
 
-from daemon_stories import assert_in_order, preloaded, refresh, start, wait_for_monitors
+from daemon_stories import assert_in_order, preloaded, refresh, start, wait_for_monitors, wait_until_idle
 from openvpn_records import PASS_SECONDS, WITH_CA, arguments, children, is_there, tunnel, wait_for_children, with_tunnels
 
 MKDIR_SAID = "[TUNNEL_MNGR][OVPN] {} didn't exist. it has been created"
@@ -46,7 +46,8 @@ def test_without_a_wan_all_children_are_ended_and_none_is_started(make_router):
     router.documents["wans"] = []
     mark = refresh(router, daemon)
     assert not is_there(router, child)
-    assert daemon.children() == []
+    wait_until_idle(router, daemon, passes=2)
+    assert children(router, mark) == [] and daemon.children() == []
     router.documents["wans"] = [{"current": True, "ip": "198.51.100.2"}]
     mark = refresh(router, daemon)
     assert len(wait_for_children(router, 1, mark)) == 1
@@ -62,7 +63,7 @@ def test_the_environment_the_descriptors_and_the_group_are_the_daemons(make_rout
     router, daemon = daemon_with(make_router, tunnel("one", WITH_CA), environment={"MARKED_BY_TEST": "yes"})
     child = wait_for_children(router, 1)[0]
     assert child.details["environment"]["MARKED_BY_TEST"] == "yes"
-    assert {0, 1, 2} <= {int(number) for number in child.details["descriptors"]}
+    assert {int(number) for number in child.details["descriptors"]} == {0, 1, 2}
     group = [router.read_file(f"/proc/{pid}/stat").rsplit(")", 1)[1].split()[2] for pid in (daemon.pid, child.pid)]
     assert group[0] == group[1]
 
@@ -81,7 +82,8 @@ def test_one_shot_mode_leaves_no_child(make_router):
     router = make_router(with_tunnels(tunnel("one", WITH_CA)))
     router.make_ipsec_folders()
     assert router.run().status == 0
-    router.wait_until(lambda: not any(is_there(router, event) for event in children(router)), "no child")
+    # A child that nobody has waited for is that of the first process, from the fork on.
+    router.wait_until(lambda: router.process(1).children() == [], "no child")
 
 
 def test_a_child_that_ignores_sigterm_is_asked_once_a_second_until_it_goes(make_router):
@@ -94,7 +96,7 @@ def test_a_child_that_ignores_sigterm_is_asked_once_a_second_until_it_goes(make_
     daemon.signal(signal.SIGHUP)
     router.wait_for("caught", since=mark, pid=stubborn.pid, count=3, timeout=20)
     times = [event.time for event in router.find("caught", since=mark, pid=stubborn.pid)]
-    assert all(later - earlier > 0.8 for earlier, later in zip(times, times[1:]))
+    assert times[2] - times[0] > 1  # two pauses of a second, less what the telling may be late
     assert not router.find("api", "/api/waninfo/wans", since=mark)  # the run waits
     router.program("openvpn").exit(pid=stubborn.pid)
     wait_for_monitors(router, mark)
@@ -150,7 +152,6 @@ def test_a_fork_that_fails_is_said_and_tried_again(make_router):
 
 def test_a_parent_death_request_that_fails_ends_the_child(make_router, tmp_path):
     """Nothing but the C library can make that request fail."""
-    from daemon_stories import preloaded
     router = make_router(with_tunnels(tunnel("one", WITH_CA)), environment=preloaded(tmp_path, """
         #include <stdarg.h>
         #include <sys/prctl.h>

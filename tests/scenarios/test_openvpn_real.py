@@ -86,7 +86,7 @@ def test_packets_cross_both_tunnels_and_a_killed_child_comes_back(make_router):
     # The peer stops: the file is emptied, and nothing else happens to the tunnel.
     mark = first.mark("the peer stops")
     daemons[1].signal(signal.SIGTERM)
-    daemons[1].wait_exit()
+    daemons[1].wait_exit(2 * PASS_SECONDS)
     first.wait_until(lambda: first.read_file(connect_path("static")) == "", "a ping that fails", 6 * PASS_SECONDS)
     assert not first.find("exec", program="openvpn", since=mark)
     daemons[0].signal(signal.SIGTERM)
