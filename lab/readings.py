@@ -6,6 +6,7 @@ import re
 # What every router has anyway: its wires, and what the kernel makes in each namespace once it knows GRE.
 FIXED_DEVICES = {"lo", "wan", "lan", "gre0", "gretap0", "erspan0"}
 RUN_BEGIN, RUN_END = "MANAGING TUNNELS", "v_apFqdnMonitor size"  # the lines before and after each run of a daemon
+NAME_CHANGE = "has resolved to a new ip address"  # what a name monitor says before it asks for a run
 
 
 def devices(shown: str) -> dict[str, str]:
@@ -74,13 +75,14 @@ def proposal(shown: str, tunnel: str) -> str:
     return found[1] if found else "none"
 
 
-def sections(text: str) -> dict[str, str]:
-    """From ipsec.conf: by name of each conn section its ends and kind, like "192.0.2.1 to 192.0.2.2, ikev1, secret"."""
-    found = {}
+def sections(text: str) -> list[tuple[str, str]]:
+    """From ipsec.conf: of each conn section the name, then ends and kind, like "192.0.2.1 to 192.0.2.2, ikev1, secret".
+    One that stands there twice is found twice."""
+    found = []
     for name, body in re.findall(r"^conn (?!%)(\S+)\n((?:[ \t].*\n)*)", text, re.MULTILINE):
         values = dict(re.findall(r"^\s+(\w+)=(.*)$", body, re.MULTILINE))
         ends = f"{values.get('left')} to {values.get('right')}"
-        found[name] = f"{ends}, {values.get('keyexchange')}, {values.get('authby')}"
+        found.append((name, f"{ends}, {values.get('keyexchange')}, {values.get('authby')}"))
     return found
 
 

@@ -217,3 +217,7 @@ class Router(Node):
     def runs(self) -> int:
         """How many runs have ended. Asked over and over, so nothing but counted."""
         return self.record.read_text().count(readings.RUN_END)
+
+    def name_changes(self) -> int:
+        """How often its name monitors have asked for a run."""
+        return self.record.read_text().count(readings.NAME_CHANGE)

@@ -17,7 +17,8 @@ NOTHING = {"GRE devices": {}, "other devices": {}, "routes through GRE devices":
 
 def documented(documents: Documents, names: dict[str, str]) -> dict:
     """What there must be after a run, by what it is. Nothing else may be there. `names` are the addresses by host name
-    that the name server tells."""
+    that the name server tells. ESP states and policies are told of only without a WAN: with one they come and go as the
+    peers agree."""
     if documents.wan == "":
         return NOTHING
     return _documented_gre(documents, names) | _documented_ipsec(documents, names) | _documented_openvpn(documents)
@@ -42,11 +43,12 @@ def _gre_device(tunnel: dict, wan: str, names: dict[str, str]) -> str:
 def _documented_ipsec(documents: Documents, names: dict[str, str]) -> dict:
     tunnels = [tunnel for tunnel in documents.ipsec if tunnel["enabled"]]
     network = re.sub(r"\D", "_", f"{documents.local_network}/24")
-    sections, secrets, certified = {}, [], []
+    sections, secrets, certified = [], [], []
     for tunnel in tunnels:
         name, remote = _name(tunnel), names.get(tunnel["remoteWanIp"], tunnel["remoteWanIp"])
         method = tunnel.get("authMethod", "secret")
-        sections[f"{name}_{network}"] = f"{documents.wan} to {remote}, {KEY_EXCHANGES[tunnel['type']]}, {method}"
+        kind = f"{documents.wan} to {remote}, {KEY_EXCHANGES[tunnel['type']]}, {method}"
+        sections.append((f"{name}_{network}", kind))
         if method == "rsasig":
             certified.append(f"{name}.pem")
             secrets.append(f": RSA /var/run/ipsec/private/{name}.pem")

@@ -108,8 +108,9 @@ def documents_changed(lab: Lab) -> str:
 
 
 def wan_lost(lab: Lab) -> str:
-    with lab.run_on(lab.a):
-        lab.topology.lose_wan()
+    """The link goes down after the run only, since names do not resolve without it, and name monitors ask for runs."""
+    follow_wan(lab, lab.topology.lose_wan)
+    lab.topology.take_link_down()
     lab.wait_documented(lab.a)
     return ""
 
@@ -167,12 +168,12 @@ def openvpn_static(lab: Lab) -> str:
 def wan_changed(lab: Lab) -> str:
     with Silence(lab.topology, lab.folder) as silence:
         lab.wait("answers on all ways", lambda: not silence.silent())
+        changed, name_changes = time.monotonic(), lab.b.name_changes()
         with lab.run_on(lab.b):
-            with lab.run_on(lab.a):
-                changed = time.monotonic()
-                lab.topology.change_wan()
+            follow_wan(lab, lab.topology.change_wan)
             require_prompt(lab.a, changed, WAN_PERIOD)
         require_prompt(lab.b, changed, NAME_PERIOD)
+        require("a name monitor of router-b asked for its run", lab.b.name_changes() > name_changes)
         lab.wait_documented(lab.a, lab.b)
         rebuilt = time.time()
         for router in lab.topology.routers:
@@ -198,6 +199,15 @@ def add_static_key(lab: Lab) -> None:
     """Adds the fourth tunnel between the routers."""
     for router in lab.topology.routers:
         router.documents.openvpn.append(router.documents.openvpn_static("static"))
+
+
+def follow_wan(lab: Lab, change: Callable[[], None]) -> None:
+    """Changes router A's WAN and waits for the end of the run that its WAN monitor asks for. That monitor says nothing
+    when it asks, but nobody else may have: nothing here invokes the program, and a name monitor would have said so."""
+    name_changes = lab.a.name_changes()
+    with lab.run_on(lab.a):
+        change()
+    require("no name monitor of router-a asked for the run", lab.a.name_changes() == name_changes)
 
 
 def count(lab: Lab, kind: str, counter: Callable[[], int]) -> None:
@@ -226,8 +236,8 @@ def search_capture(lab: Lab) -> None:
 
 def require_prompt(router: Router, changed: float, period: int) -> None:
     """`router` has just ended the run that its monitor asked for, which looks every `period` seconds."""
-    waited = time.monotonic() - changed - router.run_seconds()[-1]
-    require(f"{router.name} rebuilds within {period} s, but {waited:.0f} s", waited < period + SLACK)
+    waited, longest = time.monotonic() - changed - router.run_seconds()[-1], period + SLACK
+    require(f"the run of {router.name} begins within {longest} s, but after {waited:.0f} s", waited < longest)
 
 
 def complaint(router: Router) -> str:
@@ -263,7 +273,7 @@ STEPS = (
          functools.partial(ipsec, kind="certificates")),
     Step("WAN lost", "the WAN monitor sees it; no tunnel, route, IPsec process, ESP state, policy or openvpn child is "
          "left", 120, wan_lost),
-    Step("WAN back", "a second invocation brings everything back; packets cross all tunnels", 120, wan_back),
+    Step("WAN back", "everything is back; packets cross all tunnels", 120, wan_back),
     Step("SIGTERM", "process, PID file, semaphore and openvpn children are gone; packets still cross GRE and IPsec", 60,
          terminated),
     Step("Next start", "one daemon takes over, with documents that changed meanwhile; packets cross all tunnels", 120,

@@ -84,9 +84,12 @@ class Topology:
         return {kind for kind, answer in zip(kinds, answers) if readings.answered(answer, requests)}
 
     def lose_wan(self) -> None:
-        """Router A's WAN link goes down, and its API says so."""
-        self.a.command("ip", "link", "set", "wan", "down")
+        """Router A's API says that there is no WAN; its link stays up, so that names still resolve there."""
         self._publish_wan("")
+
+    def take_link_down(self) -> None:
+        """Router A's WAN link."""
+        self.a.command("ip", "link", "set", "wan", "down")
 
     def restore_wan(self) -> None:
         self._address_wan(SITE_A.wan)

@@ -238,10 +238,13 @@ def test_a_wrong_secret_is_one_of_router_b_only(sound):
 
 
 def test_a_missing_route_is_no_longer_to_be_there(sound):
+    def routes() -> list[str]:
+        return state.documented(sound.a.documents, NAMES)["routes through GRE devices"]
+
     own, peer = contents(sound)
-    assert state.documented(sound.a.documents, NAMES)["routes through GRE devices"] == ["192.168.21.0/24 Branch_Office_1"]
+    assert routes() == ["192.168.21.0/24 Branch_Office_1"]
     FAULTS["missing-route"](sound)
-    assert state.documented(sound.a.documents, NAMES)["routes through GRE devices"] == []
+    assert routes() == []
     own["greTunnels"][0]["routes"] = []
     assert (contents(sound), sound.a.programs) == ((own, peer), {})
 
