@@ -22,7 +22,7 @@ constexpr int kMostElements = 4;
 
 constexpr const char* kWanAddress = "198.51.100.2";
 
-using Texts = std::vector<const char*>;
+using Texts = std::vector<std::string>;
 using Source = FuzzedDataProvider;
 
 /// A member of a record: a flag or a number where it has no usual texts, or else a text, now and then another one.
@@ -71,10 +71,10 @@ const Record kIpsecTunnel{{"name", Kind::kText, kNames},
                           {"uid", Kind::kFlag, {}},
                           {"localId", Kind::kText, {"", "me"}},
                           {"remoteId", Kind::kText, {"", "peer"}},
-                          {"psk", Kind::kText, {"secret:shared"}},
+                          {"psk", Kind::kText, {kSecret + "shared"}},
                           {"caCert", Kind::kText, {"CA"}},
                           {"localCert", Kind::kText, {"CERT"}},
-                          {"localPrivKey", Kind::kText, {"secret:private"}}};
+                          {"localPrivKey", Kind::kText, {kSecret + "private"}}};
 
 const Record kInterface{{"type", Kind::kText, {"LAN", "WAN"}},
                         {"available", Kind::kFlag, {}},
@@ -87,7 +87,7 @@ const Record kOvpnTunnel{{"name", Kind::kText, kNames},
                          {"enabled", Kind::kFlag, {}},
                          {"config",
                           Kind::kText,
-                          {"secret:inline\ndev tun\nifconfig 10.8.0.1 10.8.0.2\n",
+                          {kSecret + "inline\ndev tun\nifconfig 10.8.0.1 10.8.0.2\n",
                            " \tverb 4\r\n<ca>\nX\n</ca>\nclient-config-dir /var/run/x", ""}}};
 
 const Record kSyslog{{"logLevel", Kind::kNumber, {}}};

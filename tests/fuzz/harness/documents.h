@@ -3,9 +3,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 /// How a text begins that is a key.
-constexpr const char* kSecret = "secret:";
+inline const std::string kSecret = "secret:";
 
 /// Which of the documents are drawn; the others are those of a router with one WAN, one LAN and no tunnels.
 struct Drawn {

@@ -1,5 +1,6 @@
 // A child process's own view of the system: its own mounts and its own network. All of it is for the body of
-// `runInChild`, and goes away with the child. What the system refuses is thrown as std::system_error.
+// `runInChild`, and goes away with the child, but for what `replaceFile` says. What the system refuses is thrown as
+// std::system_error.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +23,8 @@ void enterPrivateMounts();
 /// A network with nothing but the loopback interface, which is up, and mounts that nobody else sees.
 void enterPrivateNetwork();
 
-/// Lets a file have another text. Only after one of the above.
+/// Lets a file have another text. Only after one of the above. Where there is no such file, the real system keeps an
+/// empty one, which the text needs to lie over.
 void replaceFile(const std::string& path, const std::string& text);
 
 /// A bound datagram socket. Closed when it goes out of scope.

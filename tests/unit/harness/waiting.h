@@ -8,6 +8,9 @@
 /// How long a test waits for what must happen before it calls it a failure: longer than any machine is busy.
 constexpr std::chrono::seconds kDeadline{40};
 
+/// Milliseconds of a wait that must be ended by something else: who waits for all of them is late, and yet comes back.
+constexpr unsigned int kTooLong{2 * std::chrono::milliseconds(kDeadline).count()};
+
 /// True as soon as the condition holds, false when it does not within the deadline.
 inline bool eventually(const std::function<bool()>& holds) {
   const auto deadline = std::chrono::steady_clock::now() + kDeadline;

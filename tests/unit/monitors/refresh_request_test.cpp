@@ -3,15 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <future>
 #include <memory>
+#include <thread>
 
 #include "tests/unit/harness/waiting.h"
 
 namespace {
-
-constexpr unsigned int kHour = 3600 * 1000;
 
 class Requester : public ZEL::Thread {
  public:
@@ -50,9 +48,19 @@ TEST(RefreshState, isThereBeforeEntry) {
 }
 
 TEST(RefreshState, bindsTheConditionToTheLock) {
-  const ZEL::LockGuard guard(*refreshLock);
-  refreshCondition->signal();
-  EXPECT_LT(timeOf([] { refreshCondition->wait(kHour); }), kDeadline);
+  std::atomic<bool> waiting{false};
+  std::thread other([&waiting] {
+    while (!waiting) std::this_thread::yield();
+    refreshLock->lock();  // `waiting` was set with the lock held, so only the wait can have given it away
+    refreshCondition->signal();
+    refreshLock->unlock();
+  });
+  {
+    const ZEL::LockGuard guard(*refreshLock);
+    waiting = true;
+    EXPECT_LT(timeOf([] { refreshCondition->wait(kTooLong); }), kDeadline);
+  }
+  other.join();
 }
 
 TEST_F(RefreshRequest, setsTheFlagAndSignals) {
@@ -61,7 +69,7 @@ TEST_F(RefreshRequest, setsTheFlagAndSignals) {
   requester.waitUntilRequested();
   EXPECT_EQ(refreshPending, 1);
   const ZEL::LockGuard guard(lock_);
-  EXPECT_LT(timeOf([this] { condition_->wait(kHour); }), kDeadline);
+  EXPECT_LT(timeOf([this] { condition_->wait(kTooLong); }), kDeadline);
 }
 
 TEST_F(RefreshRequest, foldsIntoOneThatIsPending) {

@@ -5,9 +5,14 @@
 #include <memory>
 
 #include "monitors/refresh_request.h"
+#include "tests/unit/harness/threads.h"
 #include "tests/unit/harness/waiting.h"
 
 namespace {
+
+bool monitorSleeps() {
+  return eventually([] { return threadSleeps("WAN_MONITOR"); });
+}
 
 TEST(WanMonitor, hasAName) {
   const WanMonitor monitor(refreshLock, refreshCondition, "198.51.100.2");
@@ -30,17 +35,17 @@ TEST(WanMonitor, stopsInsideItsSleepEvenByTheOneWhoHoldsTheLock) {
   const ZEL::LockGuard run(*refreshLock);
   WanMonitor monitor(refreshLock, refreshCondition, "");
   monitor.start();
+  ASSERT_TRUE(monitorSleeps());
   // The sleep alone takes thirty seconds.
   EXPECT_LT(timeOf([&monitor] { monitor.stop(); }), std::chrono::seconds(20));
   EXPECT_EQ(refreshPending, 0);
 }
 
 TEST(WanMonitor, stopsItselfBeforeItIsGone) {
-  EXPECT_LT(timeOf([] {
-              WanMonitor monitor(refreshLock, refreshCondition, "");
-              monitor.start();
-            }),
-            std::chrono::seconds(20));
+  auto monitor = std::make_unique<WanMonitor>(refreshLock, refreshCondition, "");
+  monitor->start();
+  ASSERT_TRUE(monitorSleeps());
+  EXPECT_LT(timeOf([&monitor] { monitor.reset(); }), std::chrono::seconds(20));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <string>
 
 #include "openvpn/supervision.h"
@@ -28,7 +29,7 @@ class ConnectivityCheck : public Workshop {
     return result;
   }
 
-  /// Starts the tunnels and waits until their programs run.
+  /// Starts the tunnels and waits until their programs run. Fatal when they do not, since a test may signal them.
   void start(std::list<OvpnConf> tunnels) {
     Conf::tunnels() = std::move(tunnels);
     startOvpnTunnels();
@@ -47,7 +48,7 @@ TEST_F(ConnectivityCheck, ComposesOneCommand) {
 }
 
 TEST_F(ConnectivityCheck, RecordsWhetherTheFarEndAnswers) {
-  start({pointToPoint("a", "10.8.0.2")});
+  ASSERT_NO_FATAL_FAILURE(start({pointToPoint("a", "10.8.0.2")}));
   const pid_t child = supervisedTunnels.front().pid;
   for (const int status : {0, 1, 0, 2, 127}) {
     pingEndsWith(status);
@@ -64,7 +65,7 @@ TEST_F(ConnectivityCheck, RecordsWhetherTheFarEndAnswers) {
 }
 
 TEST_F(ConnectivityCheck, CountsAPingThatDoesNotExistAsFailed) {
-  start({pointToPoint("a", "10.8.0.2")});
+  ASSERT_NO_FATAL_FAILURE(start({pointToPoint("a", "10.8.0.2")}));
   write("a.connect", "something that was there before");
   const std::string before = getenv("PATH");
   setenv("PATH", path("empty").c_str(), 1);
@@ -76,7 +77,7 @@ TEST_F(ConnectivityCheck, CountsAPingThatDoesNotExistAsFailed) {
 TEST_F(ConnectivityCheck, PingsOnlyPointToPointTunnelsWithAnAddress) {
   OvpnConf certificates = pointToPoint("certificates", "10.8.0.2");
   certificates.pingCheck = false;
-  start({certificates, pointToPoint("addressless", "")});
+  ASSERT_NO_FATAL_FAILURE(start({certificates, pointToPoint("addressless", "")}));
   write("addressless.connect", "old");
   checkOvpnTunnels();
   EXPECT_FALSE(exists("pings"));
@@ -86,7 +87,7 @@ TEST_F(ConnectivityCheck, PingsOnlyPointToPointTunnelsWithAnAddress) {
 }
 
 TEST_F(ConnectivityCheck, RestartsWhatDoesNotRunAndPingsItInTheNextPass) {
-  start({pointToPoint("dead", "10.8.0.2"), pointToPoint("alive", "10.8.0.3")});
+  ASSERT_NO_FATAL_FAILURE(start({pointToPoint("dead", "10.8.0.2"), pointToPoint("alive", "10.8.0.3")}));
   supervisedTunnels.emplace_back(pointToPoint("idle", "10.8.0.4"));
   OvpnTnl& dead = supervisedTunnels.front();
   const pid_t before = dead.pid;
@@ -113,11 +114,14 @@ TEST_F(ConnectivityCheck, RestartsWhatDoesNotRunAndPingsItInTheNextPass) {
 
 TEST_F(ConnectivityCheck, BringsAMissingProgramBackInEveryPass) {
   Conf::tunnels() = {pointToPoint("a", "10.8.0.2")};
-  program("openvpn", "exit 255");
+  std::filesystem::remove(path("openvpn"));
+  setenv("PATH", path("").c_str(), 1);
   startOvpnTunnels();
   for (int pass = 0; pass < 3; ++pass) {
     const pid_t child = supervisedTunnels.front().pid;
     ASSERT_TRUE(waitForZombie(child));
+    EXPECT_EQ(log(), "ERROR [TUNNEL_MNGR][OVPN] failed exec openvpn\n");
+    clearLog();
     checkOvpnTunnels();
     EXPECT_NE(supervisedTunnels.front().pid, child);
   }
@@ -127,7 +131,7 @@ TEST_F(ConnectivityCheck, BringsAMissingProgramBackInEveryPass) {
 TEST_F(ConnectivityCheck, GoesOnWhenAConnectFileCannotBeOpened) {
   OvpnConf unwritable = pointToPoint("a", "10.8.0.2");
   unwritable.connectFile = path("absent/connect");
-  start({unwritable, pointToPoint("b", "10.8.0.3")});
+  ASSERT_NO_FATAL_FAILURE(start({unwritable, pointToPoint("b", "10.8.0.3")}));
   checkOvpnTunnels();
   EXPECT_EQ(read("pings"), "-c 3 10.8.0.2\n-c 3 10.8.0.3\n");
   EXPECT_EQ(read("b.connect"), "connected");

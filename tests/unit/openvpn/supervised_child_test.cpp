@@ -3,8 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -15,14 +13,13 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstddef>
-#include <cstdint>
 #include <sstream>
 #include <string>
 #include <thread>
 
 #include "openvpn/connectivity_check.h"
 #include "openvpn/supervision.h"
+#include "tests/unit/harness/system_call_filter.h"
 #include "tests/unit/openvpn/workshop.h"
 
 namespace {
@@ -216,31 +213,12 @@ TEST_F(Orphan, NoticesThatTheManagerDiedRightAfterTheFork) {
   EXPECT_EQ(log(), "");
 }
 
-/// Has a system call fail with EPERM in this process from now on, with this first argument where one is given. False
-/// when the kernel has no filters (seccomp(2)).
-bool deny(long call, std::optional<std::uint32_t> firstArgument) {
-  const auto number = static_cast<std::uint32_t>(call);
-  constexpr std::uint16_t kLoad = BPF_LD | BPF_W | BPF_ABS;
-  constexpr std::uint16_t kCompare = BPF_JMP | BPF_JEQ | BPF_K;
-  constexpr std::uint16_t kReturn = BPF_RET | BPF_K;
-  // Without an argument to look at, the comparison is that of the call's number again.
-  const auto argumentOffset = firstArgument ? offsetof(seccomp_data, args) : offsetof(seccomp_data, nr);
-  std::array<sock_filter, 6> rules{{{kLoad, 0, 0, offsetof(seccomp_data, nr)},
-                                    {kCompare, 0, 3, number},
-                                    {kLoad, 0, 0, static_cast<std::uint32_t>(argumentOffset)},
-                                    {kCompare, 0, 1, firstArgument.value_or(number)},
-                                    {kReturn, 0, 0, SECCOMP_RET_ERRNO | EPERM},
-                                    {kReturn, 0, 0, SECCOMP_RET_ALLOW}}};
-  const sock_fprog program{rules.size(), rules.data()};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
-}
-
 constexpr int kNoFilters = 77;
 
 TEST_F(SupervisedChild, GivesUpWhenItCannotFollowTheManager) {
   lastingOpenvpn();
   const pid_t manager = inProcess([this] {
-    if (!deny(SYS_prctl, PR_SET_PDEATHSIG)) return kNoFilters;
+    if (!refuseSystemCall(SYS_prctl, EPERM, PR_SET_PDEATHSIG)) return kNoFilters;
     OvpnTnl tunnel(conf("a"));
     return tunnel.restart() && exitedWith(statusOf(tunnel.pid), 255) ? 0 : 1;
   });
@@ -254,9 +232,9 @@ TEST_F(SupervisedChild, GivesUpWhenItCannotFollowTheManager) {
 TEST_F(SupervisedChild, IsMissedUntilAForkSucceeds) {
   const pid_t manager = inProcess([this] {
 #ifdef SYS_fork
-    if (!deny(SYS_fork, std::nullopt)) return kNoFilters;
+    if (!refuseSystemCall(SYS_fork, EPERM)) return kNoFilters;
 #endif
-    if (!deny(SYS_clone, std::nullopt)) return kNoFilters;
+    if (!refuseSystemCall(SYS_clone, EPERM)) return kNoFilters;
     Conf::tunnels() = {conf("a"), conf("b")};
     startOvpnTunnels();
     if (supervisedTunnels.size() != 2) return 1;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
 
 #include "openvpn/supervision.h"
 #include "support/logger.h"
@@ -109,6 +111,7 @@ class Workshop : public ::testing::Test {
   /// Runs `body` in a child process, which then exits with what it returns.
   static pid_t inProcess(const std::function<int()>& body) {
     const pid_t child = fork();
+    if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (child == 0) {
       alarm(kLimitSeconds);
       _exit(body());

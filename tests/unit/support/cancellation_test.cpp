@@ -14,7 +14,6 @@
 
 namespace {
 
-using std::chrono::hours;
 using std::chrono::milliseconds;
 using ZEL::Cancellation;
 using ZEL::kThreadStackBytes;
@@ -51,7 +50,7 @@ TEST_F(CancellationTest, endsTheSleepThatGoesOn) {
   std::promise<void> begun;
   std::thread sleeper([this, &begun] {
     begun.set_value();
-    cancellation_->sleep(hours(1));
+    cancellation_->sleep(milliseconds(kTooLong));
   });
   begun.get_future().wait();
   EXPECT_LT(timeOf([this, &sleeper] {
@@ -63,12 +62,12 @@ TEST_F(CancellationTest, endsTheSleepThatGoesOn) {
 
 TEST_F(CancellationTest, endsEveryLaterSleepAtOnce) {
   cancellation_->cancel();
-  EXPECT_LT(timeOf([this] { cancellation_->sleep(hours(1)); }), kDeadline);
+  EXPECT_LT(timeOf([this] { cancellation_->sleep(milliseconds(kTooLong)); }), kDeadline);
 }
 
 TEST_F(CancellationTest, endsTheSleepsOfManyThreads) {
   std::vector<std::thread> sleepers;
-  for (int i = 0; i < 20; ++i) sleepers.emplace_back([this] { cancellation_->sleep(hours(1)); });
+  for (int i = 0; i < 20; ++i) sleepers.emplace_back([this] { cancellation_->sleep(milliseconds(kTooLong)); });
   EXPECT_LT(timeOf([this, &sleepers] {
               cancellation_->cancel();
               for (std::thread& sleeper : sleepers) sleeper.join();

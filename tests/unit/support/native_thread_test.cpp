@@ -7,7 +7,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
@@ -15,7 +14,6 @@
 #include <functional>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "tests/unit/harness/child_process.h"
@@ -78,11 +76,26 @@ TEST(SpawnThread, blocksAllSignalsInTheThreadAndNoneInTheCaller) {
   EXPECT_NE(firstUnblocked(before), 0) << "the test program blocks everything, so this test shows nothing";
 }
 
+/// Whether the calling thread is one that nobody can join.
+bool isDetached() {
+  pthread_attr_t attributes;
+  if (pthread_getattr_np(pthread_self(), &attributes) != 0) return false;
+  int state = PTHREAD_CREATE_JOINABLE;
+  pthread_attr_getdetachstate(&attributes, &state);
+  pthread_attr_destroy(&attributes);
+  return state == PTHREAD_CREATE_DETACHED;
+}
+
 TEST(SpawnThread, detachesTheThreadThatNobodyJoins) {
   const auto ended = std::make_shared<std::atomic<bool>>(false);
   std::weak_ptr<std::atomic<bool>> observer = ended;
   ASSERT_TRUE(spawnThread(
-      kThreadStackBytes, [ended] { *ended = true; }, nullptr));
+      kThreadStackBytes,
+      [ended] {
+        EXPECT_TRUE(isDetached());
+        *ended = true;
+      },
+      nullptr));
   EXPECT_TRUE(eventually([&ended] { return ended->load(); }));
   EXPECT_TRUE(eventually([&observer] { return observer.use_count() == 1; })) << "the body is not released";
 }

@@ -73,11 +73,13 @@ TEST(SystemCmd, collectsMegabytes) {
   EXPECT_EQ(output.find_first_not_of('x'), std::string::npos);
 }
 
+std::atomic<int> handled{0};
+
 /// A handler that does not have system calls restarted, as that of a library might be.
 TEST(SystemCmd, readsOnAfterASignal) {
   struct sigaction action {};
   struct sigaction before {};
-  action.sa_handler = [](int) {};
+  action.sa_handler = [](int) { ++handled; };
   ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
   std::atomic<bool> ended{false};
   std::thread sender([&ended, reader = pthread_self()] {
@@ -89,6 +91,7 @@ TEST(SystemCmd, readsOnAfterASignal) {
   std::string output;
   EXPECT_EQ(System::cmd("echo first; sleep 0.2; echo last", output), 0);
   EXPECT_EQ(output, "first\nlast\n");
+  EXPECT_GT(handled, 0);
   ended = true;
   sender.join();
   sigaction(SIGUSR1, &before, nullptr);
