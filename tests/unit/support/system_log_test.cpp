@@ -209,7 +209,7 @@ TEST(SystemLog, waitsOnForRoomAfterASignalHandler) {
     struct sigaction action {};
     action.sa_handler = [](int) { ++handled; };
     sigaction(SIGUSR1, &action, nullptr);
-    constexpr int kSignals = 50;
+    constexpr int kSignals = 20;
     std::atomic<bool> writes{false};
     std::string last;
     const auto empty = [&collector, &last] {
