@@ -71,9 +71,8 @@ def _draw_memory(panel, rest: dict) -> None:
 def _draw_texts(panel, costs: dict) -> None:
     for name, by_size in costs.items():
         smallest, *_ = by_size
-        base = Samples(by_size[smallest]).median
-        panel.plot(range(len(by_size)), [Samples(values).median / base for values in by_size.values()], marker="o",
-                   label=name)
+        base = min(by_size[smallest])
+        panel.plot(range(len(by_size)), [min(values) / base for values in by_size.values()], marker="o", label=name)
     panel.set(title="Cost of a byte of text, by its size", ylabel="against the smallest", ylim=(0, 2),
               xlim=(-0.3, 2.3))
     panel.set_xticks(range(3), ["10 KB,\n10 networks", "100 KB,\n100 networks", "1 MB,\n1000 networks"])
