@@ -180,13 +180,13 @@ class Subject:
         return [event.pid for event in self.router.find("exec", program="openvpn") if event.pid in children]
 
     def wait_for_tunnels(self, expected: frozenset[str]) -> None:
-        self._wait_for_children()
+        self.wait_for_children()
         self.router.wait_until(lambda: self.up() == expected, f"the tunnels {sorted(expected)}")
 
     def assert_whole(self) -> None:
         """Asserts that the next good configuration is applied, in full and by the right commands, and that nothing is
         left of what has been: no zombie, no descriptor, no thread."""
-        self._wait_for_children()
+        self.wait_for_children()
         self.change()
         old = re.findall("^(gre[1-9][0-9]*):", self.router.gre_listing(), re.MULTILINE)
         mark = self.run()
@@ -210,16 +210,16 @@ class Subject:
         assert self.daemon.terminate() == 0
         assert_no_instance(self.router)
 
-    def _wait_for_children(self) -> None:
+    def wait_for_children(self) -> None:
         """When a run has ended, the children that it has started may not have become openvpn yet."""
-        self.router.wait_until(lambda: self.daemon.children() == self.living_children(), "no child but openvpn")
+        self.router.wait_until(lambda: self.daemon.children() == sorted(self.living_children()), "no child but openvpn")
 
     def _settle(self) -> None:
         """Waits for the daemon's threads to be its monitors and nothing else, and its only children openvpn."""
         router, daemon = self.router, self.daemon
         names = wait_for_threads(router, daemon, len(MONITORS), timeout=30).values()
         assert sorted(names) == MONITORS
-        self._wait_for_children()
+        self.wait_for_children()
         router.wait_until(lambda: daemon.zombies() == [], "no zombie")
         router.wait_until(lambda: len(threads(router, daemon.pid)) == len(MONITORS), "no other thread")
 
