@@ -104,7 +104,6 @@ def _write_network_files(fixed: dict[str, str], resolver_options: str) -> None:
             file.write(contents[path])
         if real.startswith("/run/"):  # systems whose resolver file is a link to there; the private /run is still empty
             os.makedirs(os.path.dirname(real), exist_ok=True)
-            open(real, "w").close()
         if not os.path.exists(real):  # a mount needs a file to lie over
             open(real, "w").close()
         _mount(source, real, None, MS_BIND)

@@ -47,7 +47,7 @@ def test_passes_are_at_least_eleven_seconds_apart_whatever_is_refreshed(make_rou
     router.wait_until(lambda: router.read_file(connect_path("office")) == "connected", "the third", 3 * PASS_SECONDS)
     times = [event.time for event in router.find("log", PING_SAID)]
     # The clock counts whole seconds, so what is eleven to it may be ten and a little; and a line may be seen late.
-    assert len(times) == 3 and all(later - earlier > 9.5 for earlier, later in zip(times, times[1:]))
+    assert len(times) == 3 and all(later - earlier > 9.8 for earlier, later in zip(times, times[1:]))
 
 
 @pytest.mark.slow

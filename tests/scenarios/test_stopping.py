@@ -8,7 +8,7 @@ from daemon_stories import (PID_FILE, PINGED_OPENVPN, RUN_BEGINS, SEMAPHORE, ass
                             documents, go_on, gre, hold_next_run, refresh, runs, start, wait_for_held_run,
                             wait_for_monitors, wait_until_idle)
 
-SOON = 10.0  # seconds; the loop looks every 200 ms, and the machine may be very busy
+SOON = 2.0  # seconds; the loop looks every 200 ms, and the machine may be busy
 
 
 def seconds_from_sigterm_to_exit(router) -> float:
