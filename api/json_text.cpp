@@ -1,6 +1,6 @@
 #include "api/json_text.h"
 
-#include "api/log_tag.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/text.h"
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <optional>
 
-#include "api/log_tag.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "api/wan_list.h"
 
-#include "api/log_tag.h"
+#include "support/log_tag.h"
 #include "api/query.h"
 #include "support/logger.h"
 

@@ -1,23 +1,23 @@
 #include "core/daemon.h"
 
 #include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <ctime>
 
-#include "api/log_tag.h"
 #include "core/single_instance.h"
 #include "core/tunnel_management_run.h"
+#include "effects/blocked_signals.h"
+#include "effects/effects.h"
 #include "monitors/fqdn_monitor.h"
 #include "monitors/refresh_request.h"
 #include "openvpn/connectivity_check.h"
 #include "support/footprint.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
-#include "support/native_thread.h"
 
 std::unique_ptr<WanMonitor> wanMonitor;
+time_t now = 0;
+time_t lastOvpnCheck = 0;
 
 namespace {
 
@@ -26,18 +26,6 @@ constexpr unsigned int kLoopMilliseconds = 200;
 
 /// A supervision pass begins when more than this has passed since the last one began.
 constexpr time_t kSupervisionSeconds = 10;
-
-time_t lastOvpnCheck = 0;
-
-void onSighup(int sig) {
-  if (sig != SIGHUP) return;
-  refreshPending = 1;
-  refreshCondition->signal();
-}
-
-void onSigterm(int sig) {
-  if (sig == SIGTERM && !stopped) cleanUp();
-}
 
 void startFqdnMonitors() {
   ZEL_LOG(INFO, "[%s] v_apFqdnMonitor size %i", kLogTag, static_cast<int>(v_apFqdnMonitor.size()));
@@ -67,14 +55,19 @@ void obeyRequests() {
   if (!stopped && refreshPending.exchange(0) != 0) refresh();
 }
 
+/// Whether a supervision pass would keep something waiting that matters more.
+bool passGivesWay() {
+  return stopped || isRefreshWanted();
+}
+
 /// The time is the wall clock's: after a step back there is no pass until the clock has caught up.
 void superviseWhenDue() {
-  const time_t now = time(nullptr);
+  now = time(nullptr);
   if (now == -1) {
     ZEL_LOG(ERROR, "[%s] Time returned error", kLogTag);
   } else if (now - lastOvpnCheck > kSupervisionSeconds) {
     lastOvpnCheck = now;
-    checkOvpnTunnels();
+    checkOvpnTunnels(passGivesWay);
   }
 }
 
@@ -106,13 +99,19 @@ void stopEverything() {
 
 }  // namespace
 
+void onSighup(int sig) {
+  if (sig != SIGHUP) return;
+  refreshPending = 1;
+  refreshCondition->signal();
+}
+
+void onSigterm(int sig) {
+  if (sig == SIGTERM && !stopped) cleanUp();
+}
+
 void becomeDaemon() {
-  const ZEL::BlockedSignals untilHandled;  // a signal that comes before its handler is there waits for it
-  const pid_t child = fork();
-  if (child < 0) exit(1);
-  if (child > 0) exit(0);
-  umask(0);
-  if (setsid() < 0) exit(1);
+  const BlockedSignals untilHandled;  // a signal that comes before its handler is there waits for it
+  if (!effects().detach()) exit(1);
   writePidFile();
   signal(SIGHUP, onSighup);
   signal(SIGTERM, onSigterm);

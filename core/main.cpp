@@ -4,7 +4,6 @@
 
 #include <cstdio>
 
-#include "api/log_tag.h"
 #include "api/wan_list.h"
 #include "core/command_line.h"
 #include "core/daemon.h"
@@ -13,6 +12,7 @@
 #include "monitors/refresh_request.h"
 #include "support/cancellation.h"
 #include "support/footprint.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 
 namespace {

@@ -1,32 +1,24 @@
 #include "core/single_instance.h"
 
-#include <fcntl.h>
-#include <semaphore.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <string>
 
-#include "api/log_tag.h"
+#include "effects/effects.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/system.h"
 #include "support/text.h"
-#include "support/whole_file.h"
-
-std::atomic<bool> stopped{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "signal handlers set flags of this type");
-
-namespace {
 
 const std::string instanceName = "TUNNEL_MANAGER";
 const std::string pidFilePath = "/var/run/tunnel_mngr.pid";
-constexpr mode_t kOwnerOnly = 0600;
-
 sem_t* instanceSemaphore = nullptr;
 std::atomic<bool> pidWritten{false};
+std::atomic<bool> stopped{false};
+
+namespace {
 
 /// Sends SIGHUP to the process that the PID file names. A number that names no single process (0 and below, which
 /// kill(2) takes for whole groups of them) is no process id.
@@ -41,13 +33,13 @@ bool signalProcessOfPidFile() {
     ZEL_LOG(WARNING, "[%s] Unable to parse PID file [%s] result [%s]", kLogTag, pidFilePath.c_str(), contents.c_str());
     return false;
   }
-  return kill(pid, SIGHUP) == 0;
+  return effects().signalProcess(pid, SIGHUP);
 }
 
 }  // namespace
 
 void signalRunningInstance() {
-  sem_t* const semaphore = sem_open(instanceName.c_str(), O_CREAT | O_EXCL, kOwnerOnly, 0);
+  sem_t* const semaphore = effects().createSemaphore(instanceName.c_str());
   if (semaphore != SEM_FAILED) {
     instanceSemaphore = semaphore;
     return;
@@ -61,7 +53,7 @@ void signalRunningInstance() {
 }
 
 void writePidFile() {
-  if (ZEL::writeWholeFile(pidFilePath, std::to_string(getpid()) + "\n") == ZEL::FileOutcome::kNotOpened) {
+  if (effects().writeFile(pidFilePath, std::to_string(getpid()) + "\n") == FileOutcome::kNotOpened) {
     ZEL_LOG(WARNING, "[%s] Unable to write pid to file: %s", kLogTag, pidFilePath.c_str());
     return;
   }
@@ -70,13 +62,13 @@ void writePidFile() {
 
 void cleanUp() {
   const int savedErrno = errno;
-  sem_unlink(instanceName.c_str());
-  if (pidWritten.exchange(false)) unlink(pidFilePath.c_str());
+  effects().removeSemaphore(instanceName.c_str());
+  if (pidWritten.exchange(false)) effects().removeFile(pidFilePath.c_str());
   stopped = true;
   errno = savedErrno;
 }
 
 void closeInstanceSemaphore() {
-  if (instanceSemaphore != nullptr) sem_close(instanceSemaphore);
+  if (instanceSemaphore != nullptr) effects().closeSemaphore(instanceSemaphore);
   instanceSemaphore = nullptr;
 }

@@ -1,12 +1,24 @@
 // One running instance, known by a semaphore's name and a PID file.
 #pragma once
 
+#include <semaphore.h>
+
 #include <atomic>
+#include <string>
 
-/// Set when the process is to end; the daemon loop looks at it. Set from a signal handler, so lock-free.
+/// The named POSIX semaphore that the running instance has made, and its handle, null in a process that is none.
+extern const std::string instanceName;
+extern sem_t* instanceSemaphore;
+
+/// The file with the running instance's process id, and whether `cleanUp` is to remove it.
+extern const std::string pidFilePath;
+extern std::atomic<bool> pidWritten;
+
+/// Set when the process is to end; the daemon loop looks at it.
 extern std::atomic<bool> stopped;
+static_assert(std::atomic<bool>::is_always_lock_free, "signal handlers set flags of this type");
 
-/// Returns when this is the only instance, which the named POSIX semaphore "TUNNEL_MANAGER" marks from then on.
+/// Returns when this is the only instance, whose semaphore exists from then on.
 ///
 /// Otherwise it asks the running instance for a refresh and ends the process: with status 0 when that worked; with
 /// status 1 when it did not, after it has removed what it takes for the remains of an instance that is gone, so that
@@ -17,7 +29,7 @@ void signalRunningInstance();
 void writePidFile();
 
 /// Removes the semaphore's name and the PID file, if this process wrote it, and sets `stopped`. Async-signal-safe, as
-/// far as sem_unlink is: in the C libraries of Linux it composes a path and calls unlink(2).
+/// far as `Effects::removeSemaphore` is.
 void cleanUp();
 
 /// Closes the semaphore, which a signal handler must not. For the way out of the process.

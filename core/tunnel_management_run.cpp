@@ -5,15 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "api/log_tag.h"
 #include "api/wan_list.h"
-#include "gre/configuration_pull.h"
+#include "configuration/configuration_pull.h"
 #include "gre/kernel_inventory.h"
 #include "gre/tunnel_creation.h"
 #include "gre/tunnel_teardown.h"
 #include "ipsec/service.h"
 #include "openvpn/configuration.h"
 #include "openvpn/supervision.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/system.h"
 
@@ -21,10 +21,10 @@ namespace {
 
 /// Removes every GRE tunnel of the kernel, configured or not. False when they could not be listed.
 bool destroyKernelTunnels() {
-  Json::Value tunnels(Json::arrayValue);
-  std::vector<std::string> names;
-  if (!parseCurrentGreTunnels(tunnels, names)) return false;
-  for (const std::string& name : names) destroyTunnel(name);
+  Json::Value currentTunnels(Json::arrayValue);
+  std::vector<std::string> currentTunnelNames;
+  if (!parseCurrentGreTunnels(currentTunnels, currentTunnelNames)) return false;
+  for (const std::string& name : currentTunnelNames) destroyTunnel(name);
   return true;
 }
 

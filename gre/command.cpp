@@ -1,6 +1,6 @@
 #include "gre/command.h"
 
-#include "api/log_tag.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/system.h"
 

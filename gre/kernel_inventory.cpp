@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "api/log_tag.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/system.h"
 #include "support/text.h"

@@ -1,9 +1,9 @@
 #include "gre/tunnel_creation.h"
 
 #include "api/json_text.h"
-#include "api/log_tag.h"
 #include "api/wan_list.h"
 #include "gre/command.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/text.h"
 

@@ -1,7 +1,7 @@
 #include "gre/tunnel_teardown.h"
 
-#include "api/log_tag.h"
 #include "gre/command.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 
 bool destroyTunnel(const std::string& name) {

@@ -1,8 +1,7 @@
 #include "ipsec/configuration_store.h"
 
-#include <fstream>
-
-#include "api/log_tag.h"
+#include "effects/effects.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/system.h"
 
@@ -19,14 +18,11 @@ std::string pathOf(const char* name) {
   return std::string(kBaseDir) + "/" + name;
 }
 
-bool putText(const std::string& path, const std::string& text, std::ios::openmode mode) {
-  std::ofstream file(path, mode);
-  if (!file.is_open()) {
-    ZEL_LOG(WARNING, "[%s] [%s] could not be opened.", kLogTag, path.c_str());
-    return false;
-  }
-  file << text;
-  return true;
+/// False, with a line, when the file could not be opened; one that did not take all of its text counts as written.
+bool wasOpened(FileOutcome outcome, const std::string& path) {
+  if (outcome != FileOutcome::kNotOpened) return true;
+  ZEL_LOG(WARNING, "[%s] [%s] could not be opened.", kLogTag, path.c_str());
+  return false;
 }
 
 }  // namespace
@@ -57,11 +53,11 @@ const std::string& privateKeysDir() {
 }
 
 bool writeFile(const std::string& path, const std::string& text) {
-  return putText(path, text, std::ios::out | std::ios::trunc);
+  return wasOpened(effects().writeFile(path, text), path);
 }
 
 bool appendFile(const std::string& path, const std::string& text) {
-  return putText(path, text, std::ios::out | std::ios::app);
+  return wasOpened(effects().appendFile(path, text), path);
 }
 
 std::string ipsecConfHeader() {

@@ -17,9 +17,9 @@ const std::string& caCertsDir();
 const std::string& certsDir();
 const std::string& privateKeysDir();
 
-/// Replaces the file by the text, or appends the text to it; both make a file that is absent, with the mode that the
-/// umask leaves of 0666. False, with a WARNING line, when the file cannot be opened. That a text could not be written
-/// in full is not seen. Main thread only.
+/// Replaces the file by the text, or appends the text to it; both make a file that is absent, with the mode 0644 or
+/// what the umask leaves of it. False, with a WARNING line, when the file cannot be opened. That a text could not be
+/// written in full is not seen. Main thread only.
 bool writeFile(const std::string& path, const std::string& text);
 bool appendFile(const std::string& path, const std::string& text);
 

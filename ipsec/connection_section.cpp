@@ -5,8 +5,8 @@
 #include <sstream>
 
 #include "api/json_text.h"
-#include "api/log_tag.h"
 #include "ipsec/proposals.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <vector>
 
-#include "api/log_tag.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/text.h"
 

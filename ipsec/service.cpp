@@ -1,18 +1,21 @@
 #include "ipsec/service.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
+#include <chrono>
 
-#include "api/log_tag.h"
+#include "effects/effects.h"
 #include "ipsec/certificate_authentication.h"
 #include "ipsec/configuration_store.h"
 #include "ipsec/pre_shared_key_authentication.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/system.h"
 
 namespace {
 
 constexpr mode_t kReadableByAll = 0644;
+
+/// What the service is given to come up.
+constexpr std::chrono::seconds kStartTime{1};
 
 /// A way in which the ends of a tunnel know each other, and what the log calls it.
 struct Authentication {
@@ -60,7 +63,7 @@ void startIpsec(const std::string& currentWanAddress, const Json::Value& ipsecTu
   }
   ZEL_LOG(DEBUG, "[%s] Starting IPsec", kLogTag);
   ZEL::System::run("ipsec restart");
-  sleep(1);
+  effects().pause(kStartTime);
 }
 
 bool configureIpsecTunnels(const Json::Value& ipsecTunnels, const std::string& currentWanAddress) {
@@ -71,8 +74,8 @@ bool configureIpsecTunnels(const Json::Value& ipsecTunnels, const std::string& c
     if (tunnel["enabled"].asBool() && configureTunnel(tunnel, currentWanAddress)) configured = true;
   }
   if (configured) {
-    chmod(ipsecConfPath().c_str(), kReadableByAll);
-    chmod(ipsecSecretsPath().c_str(), kReadableByAll);
+    effects().setMode(ipsecConfPath(), kReadableByAll);
+    effects().setMode(ipsecSecretsPath(), kReadableByAll);
   }
   return configured;
 }

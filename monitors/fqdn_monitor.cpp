@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "api/log_tag.h"
 #include "monitors/name_resolution.h"
 #include "monitors/refresh_request.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/native_thread.h"
 
@@ -12,7 +12,7 @@ std::vector<std::unique_ptr<FqdnMonitor>> v_apFqdnMonitor;
 
 FqdnMonitor::FqdnMonitor(std::shared_ptr<ZEL::Lock> lock, std::shared_ptr<ZEL::Condition> condition,
                          ZEL::AutoPtr<ZEL::Lock> ownLock, std::string hostName, std::string lastAddress,
-                         std::string tunnelName, std::uint32_t checkIntervalMilliseconds)
+                         std::string tunnelName, std::uint32_t checkInterval)
     : Thread("FQDN_MONITOR:" + tunnelName, true),
       refreshLock_(std::move(lock)),
       refreshCondition_(std::move(condition)),
@@ -20,7 +20,7 @@ FqdnMonitor::FqdnMonitor(std::shared_ptr<ZEL::Lock> lock, std::shared_ptr<ZEL::C
       hostName_(std::move(hostName)),
       lastAddress_(std::move(lastAddress)),
       tunnelName_(std::move(tunnelName)),
-      checkIntervalMilliseconds_(checkIntervalMilliseconds) {}
+      checkInterval_(checkInterval) {}
 
 FqdnMonitor::~FqdnMonitor() {
   stop();
@@ -33,7 +33,7 @@ std::string FqdnMonitor::lastAddress() const {
 
 void FqdnMonitor::run() {
   while (!isCanceled()) {
-    sleep(checkIntervalMilliseconds_);
+    sleep(checkInterval_);
     if (!isCanceled()) check();
   }
   ZEL_LOG(TRACE, "[%s][FQDN_MONITOR] tunnel:%s stop ", kLogTag, tunnelName_.c_str());

@@ -16,17 +16,18 @@
 /// A look-up that is under way when the monitor is stopped is abandoned, so stopping never waits for a name server.
 class FqdnMonitor : public ZEL::Thread {
  public:
-  /// Takes over `ownLock`, which guards the address seen last. `lastAddress` is dotted IPv4 text or "".
+  /// Takes over `ownLock`, which guards the address seen last. `lastAddress` is dotted IPv4 text or "", `checkInterval`
+  /// is in milliseconds.
   FqdnMonitor(std::shared_ptr<ZEL::Lock> lock, std::shared_ptr<ZEL::Condition> condition,
               ZEL::AutoPtr<ZEL::Lock> ownLock, std::string hostName, std::string lastAddress, std::string tunnelName,
-              std::uint32_t checkIntervalMilliseconds);
+              std::uint32_t checkInterval);
   ~FqdnMonitor() override;
 
   void run() override;
 
   const std::string& hostName() const { return hostName_; }
   const std::string& tunnelName() const { return tunnelName_; }
-  std::uint32_t checkIntervalMilliseconds() const { return checkIntervalMilliseconds_; }
+  std::uint32_t checkInterval() const { return checkInterval_; }
 
   /// The address seen last; any thread.
   std::string lastAddress() const;
@@ -41,7 +42,7 @@ class FqdnMonitor : public ZEL::Thread {
   const std::string hostName_;
   std::string lastAddress_ GUARDED_BY(*ownLock_);
   const std::string tunnelName_;
-  const std::uint32_t checkIntervalMilliseconds_;
+  const std::uint32_t checkInterval_;
 };
 
 /// The monitors of the last configuration, in record order: the configuration pull appends, the daemon loop starts,

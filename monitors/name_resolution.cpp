@@ -14,7 +14,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "api/log_tag.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/native_thread.h"
 

@@ -23,3 +23,6 @@ static_assert(std::atomic<int>::is_always_lock_free, "signal handlers set flags 
 /// while it waits for the lock makes no request: it is stopped because a refresh is under way, which sees what the
 /// monitor saw.
 void requestRefresh(ZEL::Thread& monitor, ZEL::Lock& lock, ZEL::Condition& condition);
+
+/// Whether a refresh is requested, or a monitor waits for the lock to request one. For whoever holds the lock for long.
+bool isRefreshWanted();

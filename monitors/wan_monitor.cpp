@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "api/log_tag.h"
 #include "api/wan_list.h"
 #include "monitors/refresh_request.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/native_thread.h"
 

@@ -19,6 +19,9 @@ class WanMonitor : public ZEL::Thread {
 
   void run() override;
 
+  /// The address seen last. Before the start and after the stop only.
+  const std::string& lastWanIp() const { return lastWanIp_; }
+
  private:
   std::shared_ptr<ZEL::Lock> refreshLock_;
   std::shared_ptr<ZEL::Condition> refreshCondition_;

@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "api/log_tag.h"
 #include "api/query.h"
+#include "effects/effects.h"
 #include "openvpn/option_text.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
-#include "support/whole_file.h"
 
 namespace {
 
@@ -42,16 +42,16 @@ void readPingOptions(const std::string& text, OvpnConf& conf) {
 /// Writes the tunnel's file and, when it is complete, appends the tunnel to the list.
 void addTunnel(OvpnFile file) {
   const OvpnConf& conf = file.conf;
-  switch (ZEL::writeWholeFile(conf.confFile, file.text)) {
-    case ZEL::FileOutcome::kNotOpened:
+  switch (effects().writeFile(conf.confFile, file.text)) {
+    case FileOutcome::kNotOpened:
       ZEL_LOG(ERROR, "[%s][OVPN] faild create file for tunnel %s conf: %s", kLogTag, conf.name.c_str(),
               conf.confFile.c_str());
       break;
-    case ZEL::FileOutcome::kShort:
+    case FileOutcome::kShort:
       ZEL_LOG(ERROR, "[%s][OVPN] faild write file for tunnel %s conf: %s", kLogTag, conf.name.c_str(),
               conf.confFile.c_str());
       break;
-    case ZEL::FileOutcome::kWritten:
+    case FileOutcome::kWritten:
       configuredTunnels.push_back(std::move(file.conf));
       break;
   }

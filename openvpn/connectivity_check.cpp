@@ -1,15 +1,23 @@
 #include "openvpn/connectivity_check.h"
 
-#include "api/log_tag.h"
+#include "effects/effects.h"
 #include "openvpn/supervision.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/system.h"
 #include "support/text.h"
-#include "support/whole_file.h"
 
 namespace {
 
 constexpr int kPingCount = 3;
+
+void lookAfter(OvpnTnl& tunnel) {
+  if (!tunnel.isRunning()) {
+    tunnel.restart();
+  } else if (tunnel.pingCheck) {
+    tunnel.ping();
+  }
+}
 
 }  // namespace
 
@@ -17,16 +25,17 @@ void OvpnTnl::ping() {
   if (pingAddress.empty()) return;
   ZEL_LOG(ERROR, "[%s][OVPN] ping %s", kLogTag, pingAddress.c_str());
   const bool reached = ZEL::System::run(pingCommand(pingAddress)) == 0;
-  ZEL::writeWholeFile(connectFile, reached ? "connected" : "");  // a file that cannot be written is nobody's loss here
+  effects().writeFile(connectFile, reached ? "connected" : "");  // a file that cannot be written is nobody's loss here
 }
 
 void checkOvpnTunnels() {
+  checkOvpnTunnels([] { return false; });
+}
+
+void checkOvpnTunnels(bool (*givesWay)()) {
   for (OvpnTnl& tunnel : supervisedTunnels) {
-    if (!tunnel.isRunning()) {
-      tunnel.restart();
-    } else if (tunnel.pingCheck) {
-      tunnel.ping();
-    }
+    if (givesWay()) return;
+    lookAfter(tunnel);
   }
 }
 

@@ -2,16 +2,13 @@
 
 #include <dirent.h>
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <tuple>
+#include <chrono>
 
-#include "api/log_tag.h"
+#include "effects/effects.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
-#include "support/native_thread.h"
 #include "support/system.h"
 
 std::list<OvpnTnl> supervisedTunnels;
@@ -20,36 +17,11 @@ namespace {
 
 constexpr const char* kProgram = "openvpn";
 
-/// The status of a child that did not become openvpn: the -1 of the call that failed, as a parent sees it.
-constexpr int kFailedStatus = 255;
+/// A child that has not ended by then is asked again.
+constexpr std::chrono::seconds kAskAgain{1};
 
-/// Gives every signal that has a handler its default action, which the exec would do anyway (execve(2)).
-void dropSignalHandlers() {
-  for (int number = 1; number < NSIG; ++number) {
-    struct sigaction action {};
-    if (sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) signal(number, SIG_DFL);
-  }
-}
-
-/// fork(2) for a child in which no handler of this process ever runs. A SIGTERM that came before the exec would
-/// otherwise be spent on the daemon's handler, which in the child removes the daemon's PID file and forgets the signal.
-/// Both processes go on with the mask that the caller had.
-pid_t forkWithoutHandlers() {
-  const ZEL::BlockedSignals untilDropped;
-  const pid_t child = fork();
-  if (child == 0) dropSignalHandlers();
-  return child;
-}
-
-/// Has the kernel end this child when its parent dies. A parent that died before that request is noticed by the child
-/// itself, since it has another parent by now; nobody is left who would look at its status.
-void followParentIntoDeath(pid_t parent) {
-  if (prctl(PR_SET_PDEATHSIG, SIGTERM) < 0) {
-    ZEL_LOG(ERROR, "[%s][OVPN] failed setup notify 'perent terminated' in OvpnTnl restart", kLogTag);
-    _exit(kFailedStatus);
-  }
-  if (getppid() != parent) _exit(kFailedStatus);
-}
+/// How often a child that was asked to end is looked at. What it takes to end is outage.
+constexpr std::chrono::milliseconds kLookAgain{10};
 
 void createIfMissing(const std::string& directory) {
   DIR* const stream = opendir(directory.c_str());
@@ -61,18 +33,25 @@ void createIfMissing(const std::string& directory) {
   }
 }
 
-/// The child's life up to the exec. An exception must not leave it: it would go on as a second manager.
-[[noreturn]] void becomeOpenvpn(const OvpnTnl& tunnel, pid_t parent) noexcept {
-  followParentIntoDeath(parent);
+/// The child's life up to the exec.
+void becomeOpenvpn(const OvpnTnl& tunnel) {
+  if (!effects().followParentIntoDeath()) {
+    ZEL_LOG(ERROR, "[%s][OVPN] failed setup notify 'perent terminated' in OvpnTnl restart", kLogTag);
+    return;
+  }
   if (!tunnel.clientConfigDir.empty()) createIfMissing(tunnel.clientConfigDir);
-  std::apply([](auto... arguments) { execlp(kProgram, arguments..., nullptr); }, openvpnArguments(tunnel));
-  ZEL_LOG(ERROR, "[%s][OVPN] failed exec openvpn", kLogTag);
-  _exit(kFailedStatus);
+  if (!effects().becomeProgram(openvpnArguments(tunnel).data()))
+    ZEL_LOG(ERROR, "[%s][OVPN] failed exec openvpn", kLogTag);
 }
 
-ChildState askFor(pid_t child) {
-  const pid_t result = waitpid(child, nullptr, WNOHANG);
-  return childState(result, errno);
+/// Looks at a child until it is gone, and a second at most. True when it is gone.
+bool isGoneWithinASecond(pid_t child) {
+  const auto end = effects().now() + kAskAgain;
+  for (ChildState state{}; (state = effects().lookAtChild(child)) != ChildState::kGone;) {
+    if (effects().now() >= end) return false;
+    if (state == ChildState::kRunning) effects().pause(kLookAgain);
+  }
+  return true;
 }
 
 }  // namespace
@@ -87,9 +66,7 @@ OvpnTnl::OvpnTnl(const OvpnConf& conf)
 
 bool OvpnTnl::restart() {
   stop();
-  const pid_t parent = getpid();
-  pid = forkWithoutHandlers();
-  if (pid == 0) becomeOpenvpn(*this, parent);
+  pid = effects().startChild([this] { becomeOpenvpn(*this); });
   if (pid > 0) return true;
   ZEL_LOG(ERROR, "[%s][OVPN] failed fork in OvpnTnl restart", kLogTag);
   pid = 0;
@@ -98,17 +75,15 @@ bool OvpnTnl::restart() {
 
 void OvpnTnl::stop() {
   while (pid > 0) {
-    kill(pid, SIGTERM);
-    const ChildState state = askFor(pid);
-    if (state == ChildState::kGone) pid = 0;
-    if (state == ChildState::kRunning) sleep(1);
+    effects().signalProcess(pid, SIGTERM);
+    if (isGoneWithinASecond(pid)) pid = 0;
   }
 }
 
 bool OvpnTnl::isRunning() {
   if (pid <= 0) return false;  // waitpid(2) would ask for any child
-  ChildState state = askFor(pid);
-  while (state == ChildState::kInterrupted) state = askFor(pid);
+  ChildState state = effects().lookAtChild(pid);
+  while (state == ChildState::kInterrupted) state = effects().lookAtChild(pid);
   if (state == ChildState::kGone) pid = 0;
   return state == ChildState::kRunning;
 }
@@ -124,15 +99,8 @@ void startOvpnTunnels() {
   for (OvpnTnl& tunnel : supervisedTunnels) tunnel.restart();
 }
 
-ChildState childState(pid_t result, int error) {
-  if (result > 0) return ChildState::kGone;
-  if (result == 0) return ChildState::kRunning;
-  if (error == EINTR) return ChildState::kInterrupted;
-  return error == ECHILD ? ChildState::kGone : ChildState::kRunning;
-}
-
-std::array<const char*, 8> openvpnArguments(const OvpnTnl& tunnel) {
+std::array<const char*, 9> openvpnArguments(const OvpnTnl& tunnel) {
   // The status file is rewritten every second; the last word is the name under which openvpn itself logs.
-  return {kProgram,   "--config", tunnel.confFile.c_str(), "--status", tunnel.statusFile.c_str(), "1",
-          "--syslog", "openvpn"};
+  return {kProgram,  "--config", tunnel.confFile.c_str(), "--status", tunnel.statusFile.c_str(), "1", "--syslog",
+          "openvpn", nullptr};
 }

@@ -26,7 +26,8 @@ class OvpnTnl {
   /// fork failed. True says nothing about the child's fate: what it cannot do it logs, and its status is 255.
   bool restart();
 
-  /// Ends the child: SIGTERM once a second until it is gone, for as long as that takes.
+  /// Ends the child: SIGTERM once a second until it is gone, for as long as that takes. Returns within milliseconds of
+  /// its end.
   void stop();
 
   /// Whether there is a child that runs; one that has ended is reaped. Never waits.
@@ -54,15 +55,5 @@ void stopOvpnTunnels();
 /// Stops what runs and starts every configured tunnel. A tunnel whose fork failed stays idle in the list.
 void startOvpnTunnels();
 
-/// What waitpid(2), asked not to wait, tells of a child.
-enum class ChildState {
-  kGone,         ///< reaped just now, or not a child of this process
-  kRunning,      ///< also when the call failed in a way that tells nothing about the child
-  kInterrupted,  ///< to be asked again
-};
-
-/// Reads a result of waitpid(2) and, when that is negative, its errno. Pure.
-ChildState childState(pid_t result, int error);
-
-/// The child's argument vector. It points into the tunnel. Pure.
-std::array<const char*, 8> openvpnArguments(const OvpnTnl& tunnel);
+/// The child's argument vector, up to a null pointer. It points into the tunnel. Pure.
+std::array<const char*, 9> openvpnArguments(const OvpnTnl& tunnel);

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/native_thread.h"
 
@@ -40,7 +41,7 @@ bool Cancellation::runAside(std::size_t stackBytes, std::function<void()> call) 
   ++underWay;
   if (!spawnThread(stackBytes, std::move(body), nullptr)) {
     --underWay;
-    ZEL_LOG(ERROR, "unable to start a thread for a call");
+    ZEL_LOG(ERROR, "[%s] unable to start a thread for a call", kLogTag);
     return false;
   }
   const LockGuard guard(lock_);

@@ -7,6 +7,8 @@
 #include <memory>
 #include <utility>
 
+#include "effects/blocked_signals.h"
+
 namespace ZEL {
 namespace {
 
@@ -56,16 +58,6 @@ void* runBody(void* argument) {
 }
 
 }  // namespace
-
-BlockedSignals::BlockedSignals() : before_() {
-  sigset_t all;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before_);
-}
-
-BlockedSignals::~BlockedSignals() {
-  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-}
 
 bool spawnThread(std::size_t stackBytes, std::function<void()> body, pthread_t* handle) {
   const Attributes attributes(stackBytes, handle == nullptr);

@@ -2,24 +2,11 @@
 #pragma once
 
 #include <pthread.h>
-#include <signal.h>
 
 #include <cstddef>
 #include <functional>
 
 namespace ZEL {
-
-/// Blocks every signal for the calling thread while the scope lasts, then puts the old mask back.
-class BlockedSignals {
- public:
-  BlockedSignals();
-  ~BlockedSignals();
-  BlockedSignals(const BlockedSignals&) = delete;
-  BlockedSignals& operator=(const BlockedSignals&) = delete;
-
- private:
-  sigset_t before_;
-};
 
 /// What a thread needs that logs, waits or asks the resolver. A thousand of them must fit the address space of a 32-bit
 /// router, where the default of 8 MiB each does not.

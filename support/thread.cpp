@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/native_thread.h"
 
@@ -31,7 +32,7 @@ void Thread::start() {
   if (spawnThread(kThreadStackBytes, body, &handle)) {
     handle_ = handle;
   } else {
-    ZEL_LOG(ERROR, "unable to start the thread %s", name_.c_str());
+    ZEL_LOG(ERROR, "[%s] unable to start the thread %s", kLogTag, name_.c_str());
   }
 }
 

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that no folder of the source tree knows one that it may not know.
+"""Checks that no folder of the source tree knows one that it may not know, and that one folder alone acts.
 
     layers.py SOURCE_TREE
 
 Prints a line for each finding and exits with 1 when there is one. What a folder knows is read from the #include lines of
-its sources and from the targets that its CMakeLists.txt links.
+its sources and from the targets that its CMakeLists.txt links; what acts is known by the names of functions.
 """
 
 import pathlib
@@ -13,17 +13,27 @@ import sys
 
 # Folder -> folders that it may include and link, besides itself.
 MAY_KNOW = {
-    "support": set(),
+    "effects": set(),
+    "support": {"effects"},
     "api": {"support"},
     "monitors": {"support", "api"},
-    "gre": {"support", "api", "monitors"},
-    "ipsec": {"support", "api"},
-    "openvpn": {"support", "api"},
-    "core": {"support", "api", "monitors", "gre", "ipsec", "openvpn"},
+    "configuration": {"support", "api", "monitors"},
+    "gre": {"support", "effects", "api"},
+    "ipsec": {"support", "effects", "api"},
+    "openvpn": {"support", "effects", "api"},
+    "core": {"support", "effects", "api", "monitors", "configuration", "gre", "ipsec", "openvpn"},
 }
 
 # Headers and CMake targets of libraries that the folder must do without.
-FOREIGN = {"support": ("json", "curl")}
+FOREIGN = {"effects": ("json", "curl"), "support": ("json", "curl")}
+
+# The one folder that acts on the router, and how acting is spelt. The same word as a member or in a scope of its own is
+# something else. A thread that sleeps does not act, and so "sleep" is not here.
+ACTS = "effects"
+ACTING = re.compile(
+    r"(?<![\w.>:])(?:(?:std)?::)?(system|popen|v?fork|posix_spawnp?|exec[lv]p?e?|execvpe|killp?g?|waitp?id|f?chmod|umask"
+    r"|unlink|rename|mkdir|rmdir|creat|sem_open|sem_unlink|setsid|daemon|usleep|nanosleep|clock_nanosleep)\s*\((?!\w+ )")
+OPENING = re.compile(r'\b(O_WRONLY|O_RDWR|O_CREAT|O_TRUNC|O_APPEND|fstream|ofstream)\b|\b(fopen\s*\([^;"]*"[^"]*[wa+])')
 
 SOURCES = ("*.h", "*.cpp")
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(["<])([^">\n]+)[">]', re.MULTILINE)
@@ -76,6 +86,19 @@ def forbidden_links(tree):
                     yield f"{path.relative_to(tree)}: links {target}: {folder} does without this library"
 
 
+def without_comments_of_c(text):
+    """The code alone, its texts included."""
+    return re.sub(r'//[^\n]*|/\*.*?\*/|("(?:\\.|[^"\\\n])*")', lambda found: found[1] or " ", text, flags=re.DOTALL)
+
+
+def acting(tree):
+    for folder in MAY_KNOW:
+        for path in sources(tree, folder) if folder != ACTS else ():
+            code = without_comments_of_c(path.read_text(encoding="utf-8"))
+            for found in [*ACTING.finditer(code), *OPENING.finditer(code)]:
+                yield f"{path.relative_to(tree)}: {found[0]}: what acts on the router does so through {ACTS}"
+
+
 def graph(tree):
     """Each file's path in the tree, with the paths of the files that it includes."""
     return {
@@ -103,14 +126,14 @@ def circles(edges):
 def findings(tree):
     if not any(sources(tree, folder) for folder in MAY_KNOW):
         return [f"{tree}: no sources found"]
-    return [*forbidden_includes(tree), *forbidden_links(tree), *circles(graph(tree))]
+    return [*forbidden_includes(tree), *forbidden_links(tree), *acting(tree), *circles(graph(tree))]
 
 
 def main():
     if len(sys.argv) != 2:
         sys.exit("usage: layers.py SOURCE_TREE")
     found = findings(pathlib.Path(sys.argv[1]))
-    print("\n".join(found) or "every folder knows what it may know")
+    print("\n".join(found) or f"every folder knows what it may know, and {ACTS} alone acts")
     sys.exit(1 if found else 0)
 
 

@@ -9,16 +9,17 @@ import unittest
 LAYERS = pathlib.Path(__file__).with_name("layers.py")
 
 CLEAN = {
+    "effects/effects.h": "int run() { return system(command) + fork(); }\n",
     "support/text.h": "#include <string>\n",
     "support/text.cpp": '#include "support/text.h"\n',
     "support/CMakeLists.txt": "tunnel_mngr_folder(support SOURCES text.cpp)\n",
-    "gre/pull.h": '#include <json/value.h>\n#include "support/text.h"\n#include "monitors/monitor.h"\n',
-    "gre/CMakeLists.txt": "tunnel_mngr_folder(gre SOURCES pull.cpp\n  KNOWS support monitors) # not core, not ipsec\n",
+    "configuration/pull.h": '#include <json/value.h>\n#include "support/text.h"\n#include "monitors/monitor.h"\n',
+    "configuration/CMakeLists.txt": "tunnel_mngr_folder(configuration SOURCES pull.cpp\n  KNOWS support monitors) # not core, not ipsec\n",
     "monitors/monitor.h": '#include "api/query.h"\n',
     "api/query.h": "#include <json/value.h>\n",
     "api/CMakeLists.txt": "tunnel_mngr_folder(api SOURCES query.cpp KNOWS support tunnel_mngr_json CURL::libcurl)\n",
-    "core/run.h": '#include "gre/pull.h"\n',
-    "core/CMakeLists.txt": "tunnel_mngr_folder(core SOURCES run.cpp KNOWS gre)\n"
+    "core/run.h": '#include "configuration/pull.h"\n',
+    "core/CMakeLists.txt": "tunnel_mngr_folder(core SOURCES run.cpp KNOWS configuration)\n"
                            "target_link_libraries(tunnel_mngr PRIVATE core)\n",
 }
 
@@ -36,16 +37,16 @@ def run_on(files):
 
 class Layers(unittest.TestCase):
     def test_a_clean_tree_passes(self):
-        self.assertEqual(run_on(CLEAN), (0, "every folder knows what it may know\n"))
+        self.assertEqual(run_on(CLEAN), (0, "every folder knows what it may know, and effects alone acts\n"))
 
     def test_each_violation_fails_and_is_named(self):
         rows = [
             # what is wrong, the file, its text, what the output has
             ("an include that runs up", "support/text.h", '#include "core/run.h"\n',
              "support/text.h: includes core/run.h: support may not know core"),
-            ("an include of a neighbour", "gre/pull.h", '#include "ipsec/service.h"\n', "gre may not know ipsec"),
-            ("in angle brackets", "api/query.h", "#include <gre/pull.h>\n", "api may not know gre"),
-            ("with blanks", "api/query.h", '  #  include\t"gre/pull.h"\n', "api may not know gre"),
+            ("an include of a neighbour", "configuration/pull.h", '#include "ipsec/service.h"\n', "configuration may not know ipsec"),
+            ("in angle brackets", "api/query.h", "#include <configuration/pull.h>\n", "api may not know configuration"),
+            ("with blanks", "api/query.h", '  #  include\t"configuration/pull.h"\n', "api may not know configuration"),
             ("in a source file", "api/query.cpp", '#include "api/query.h"\n\n#include "core/run.h"\n',
              "api/query.cpp: includes core/run.h"),
             ("in a folder below", "api/parts/deep.cpp", '#include "core/run.h"\n', "api/parts/deep.cpp"),
@@ -56,8 +57,8 @@ class Layers(unittest.TestCase):
             ("curl in support", "support/text.h", "#include <curl/curl.h>\n", "support does without this library"),
             ("KNOWS too much", "api/CMakeLists.txt", "tunnel_mngr_folder(api SOURCES query.cpp KNOWS support gre)\n",
              "api/CMakeLists.txt: links gre: api may not know gre"),
-            ("KNOWS too much, on several lines", "gre/CMakeLists.txt",
-             "tunnel_mngr_folder(gre\n  SOURCES pull.cpp\n  KNOWS support\n        ipsec)\n", "gre may not know ipsec"),
+            ("KNOWS too much, on several lines", "configuration/CMakeLists.txt",
+             "tunnel_mngr_folder(configuration\n  SOURCES pull.cpp\n  KNOWS support\n        ipsec)\n", "configuration may not know ipsec"),
             ("linked directly", "monitors/CMakeLists.txt", "target_link_libraries(monitors PUBLIC core)\n",
              "monitors may not know core"),
             ("JSON linked to support", "support/CMakeLists.txt",
@@ -73,6 +74,24 @@ class Layers(unittest.TestCase):
                 status, output = run_on({**CLEAN, **beside, path: text})
                 self.assertEqual(status, 1, output)
                 self.assertIn(expected, output)
+
+    def test_only_effects_acts(self):
+        for code in ("system(text);", "return ::system(text);", "std::system(text);", 'popen("ip tunnel", "re");', "x = fork();",
+                     "execlp(a, b);", "execvp (a, b);", "kill(pid, SIGTERM);", "waitpid(pid, nullptr, 0);", "chmod(path, mode);",
+                     "umask(0);", "unlink(path);", "sem_open(name, 0);", "setsid();", "open(path, O_WRONLY);",
+                     "open(path, O_RDONLY | O_CREAT, 0644);", "std::ofstream file(path);", "#include <fstream>\n",
+                     'fopen(path, "w");', 'fopen(path.c_str(), "ae");', 'f("//"); unlink(path);'):
+            with self.subTest(code):
+                status, output = run_on({**CLEAN, "configuration/act.cpp": code})
+                self.assertEqual(status, 1, output)
+                self.assertRegex(output, "^configuration/act.cpp: .*: what acts on the router does so through effects$")
+
+    def test_what_only_looks_like_acting_passes(self):
+        for code in ("// system(text)\n", "/* fork()\n kill(1) */", "effects().kill(pid);", "other->unlink(path);",
+                     "ZEL::System::system(text);", "filesystem(path);", "sleep(1);", 'fopen(path, "re");', "std::ifstream file;",
+                     "open(path, O_RDONLY);", "#include <sys/wait.h>\n"):
+            with self.subTest(code):
+                self.assertEqual(run_on({**CLEAN, "configuration/act.cpp": code})[0], 0)
 
     def test_a_circle_of_folders_fails(self):
         status, output = run_on({"api/query.h": '#include "monitors/monitor.h"\n',

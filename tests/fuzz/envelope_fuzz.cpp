@@ -38,12 +38,12 @@ void requireRequest(const std::string& answer) {
   const bool good = isGood(answer, expected);
   Json::Value result = kUntouched;
   require(queryApi(kUrl, result) == good && result == expected, "a request has the result of a good answer only");
-  require(router.deeds.log.size() == (good ? 0 : 1), "a request that failed, and no other, has one line in the log");
+  require(router.log.size() == (good ? 0 : 1), "a request that failed, and no other, has one line in the log");
 
-  router.deeds = {};
+  router.forget();
   result = kUntouched;
   require(queryApiQuiet(kUrl, result) == good && result == expected, "the quiet request has the same result");
-  require(router.deeds.log.empty(), "the quiet request logs nothing");
+  require(router.log.empty(), "the quiet request logs nothing");
 }
 
 /// The readers of a result, whatever it is: the WAN list's throws nothing.

@@ -26,7 +26,7 @@ bool endsWith(const std::string& text, const std::string& end) {
 
 /// Every tunnel is added, then its link set up, and what follows up to the next tunnel is for its device.
 void requireCommandsByTunnel() {
-  const std::vector<std::string>& commands = router.deeds.commands;
+  const std::vector<std::string> commands = router.deeds.commands();
   std::string name;
   for (std::size_t i = 0; i < commands.size(); ++i) {
     const std::string& command = commands[i];
@@ -43,14 +43,14 @@ void requireCommandsByTunnel() {
 }
 
 std::size_t countAdded() {
-  const std::vector<std::string>& commands = router.deeds.commands;
+  const std::vector<std::string> commands = router.deeds.commands();
   const auto isAdd = [](const std::string& command) { return command.rfind("ip tunnel add ", 0) == 0; };
   return static_cast<std::size_t>(std::count_if(commands.begin(), commands.end(), isAdd));
 }
 
 /// How many tunnels the pull found enabled: those that it did not call disabled.
 std::size_t countEnabled() {
-  const std::vector<Message>& log = router.deeds.log;
+  const std::vector<Message>& log = router.log;
   const auto isEnabled = [](const Message& message) {
     return message.text.rfind("[TUNNEL_MNGR] GRE tunnel [", 0) == 0 && !endsWith(message.text, "] disabled");
   };
@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   furnishRouter(data, size, drawn);
   superviseRun();
   requireCommandsByTunnel();
-  const std::vector<std::string>& commands = router.deeds.commands;
+  const std::vector<std::string> commands = router.deeds.commands();
   if (!commands.empty() && commands.back() == "firewall --init")
     require(countAdded() == countEnabled(), "a run that came to its end has added every enabled tunnel");
   return 0;

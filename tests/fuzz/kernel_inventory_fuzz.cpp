@@ -37,12 +37,12 @@ void requirePrefix(const std::string& listing, const Json::Value& tunnels) {
 
 /// The command around the parser.
 void requireListed(const std::string& listing, const Json::Value& tunnels) {
-  router.listing = listing;
+  router.deeds.answers["ip tunnel"] = {0, listing};
   Json::Value listed("untouched");
   std::vector<std::string> names{"before"};
   require(parseCurrentGreTunnels(listed, names) && listed == tunnels, "a listing is what the command prints");
   require(names.size() == tunnels.size() + 1 && names.front() == "before", "names are appended");
-  router.listingStatus = 1;
+  router.deeds.answers["ip tunnel"].status = 1;
   require(!parseCurrentGreTunnels(listed, names) && listed == tunnels && names.size() == tunnels.size() + 1,
           "a command that failed changes nothing");
 }

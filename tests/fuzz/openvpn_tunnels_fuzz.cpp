@@ -34,8 +34,9 @@ void requireChecks(const OvpnConf& conf) {
   require(pingCommand(conf.pingAddress) == "ping -c 3 " + conf.pingAddress, "a ping names its address last");
 }
 
-void requireArguments(const OvpnTnl& tunnel) {
-  for (const char* argument : openvpnArguments(tunnel)) require(argument != nullptr, "openvpn has all its arguments");
+void requireArguments(const Act& act) {
+  if (act.kind != Act::Kind::kBecome) return;
+  require(act.subject == "openvpn" && act.arguments.size() == 8, "openvpn has all its arguments");
 }
 
 }  // namespace
@@ -51,7 +52,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     requireFile(conf);
     requireChecks(conf);
   }
-  for (const OvpnTnl& tunnel : supervisedTunnels) requireArguments(tunnel);
-  require(router.deeds.children == static_cast<int>(supervisedTunnels.size()), "every tunnel is started once");
+  for (const Act& act : router.deeds.acts) requireArguments(act);
+  require(router.deeds.count(Act::Kind::kStart) == supervisedTunnels.size() &&
+              router.deeds.count(Act::Kind::kBecome) == supervisedTunnels.size(),
+          "every tunnel is started once");
   return 0;
 }

@@ -62,6 +62,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   router = {};
   require(buildIkeProposal(text) == plainlyWrite(suite, true), "the suites of the IKE SA are those of the description");
   require(buildEspProposal(text) == plainlyWrite(suite, false), "the suites of the IPsec SA, too");
-  require(router.deeds.log.size() == (suite.isCorrected ? 2 : 0), "what is corrected is complained of, once for each");
+  require(router.log.size() == (suite.isCorrected ? 2 : 0), "what is corrected is complained of, once for each");
   return 0;
 }

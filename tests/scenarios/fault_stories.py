@@ -25,8 +25,7 @@ MONITORS = ["FQDN_MONITOR:gr", "FQDN_MONITOR:of", "WAN_MONITOR"]  # the kernel k
 ALL_UP = frozenset({"gre", "ipsec", "openvpn"})
 ALL_DOWN: frozenset[str] = frozenset()
 
-# The program's pauses of a second (behind the restart of the IPsec service, and while a child takes its time to end)
-# are short, or these stories would mostly wait. Where /run/impatient is, the API is waited for a second instead of a
+# The program's pause of a second behind the restart of the IPsec service is short, or these stories would mostly wait. Where /run/impatient is, the API is waited for a second instead of a
 # minute. The wall clock is off by the seconds that the link /run/clock-step names; a link is read without a descriptor.
 SHIM = """
 #include <curl/curl.h>
@@ -34,9 +33,9 @@ SHIM = """
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
-unsigned int sleep(unsigned int seconds) {
-  usleep(1000);
-  return 0;
+int clock_nanosleep(clockid_t clock, int flags, const struct timespec *time, struct timespec *left) {
+  const struct timespec instead = {0, 1000000};
+  return -syscall(SYS_clock_nanosleep, clock, flags, time->tv_sec >= 1 ? &instead : time, left);
 }
 static long step(void) {
   char text[32] = "";

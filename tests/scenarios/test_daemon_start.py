@@ -2,9 +2,12 @@
 
 import signal
 
+import pytest
+
 from daemon_stories import (MONITORS_START, PID_FILE, PID_FILE_AS_LOGGED, RUN_BEGINS, SEMAPHORE, assert_in_order,
                             documents, gre, preloaded, refresh, runs, signal_sets, start, threads, wait_for_monitors,
                             wait_for_threads)
+from openvpn_records import tunnel, with_tunnels
 
 UNWRITABLE = f"[TUNNEL_MNGR] Unable to write pid to file: {PID_FILE_AS_LOGGED}"
 
@@ -83,17 +86,21 @@ def test_streams_and_working_directory_stay_as_they_were(make_router):
     assert [name.rpartition(".")[2] for _, _, name in streams] == ["in", "out", "err"]
 
 
-def test_the_umask_is_cleared_for_the_daemon_and_its_commands(router):
-    router.program("firewall").inspect()
-    daemon = start(router)
-    assert daemon.facts()["umask"] == "0000"
-    assert int(router.find("exec", program="firewall")[0].details["umask"], 8) == 0
-
-
-def test_a_one_shot_run_keeps_the_umask(router):
-    router.program("firewall").inspect()
-    router.run()
-    assert int(router.find("exec", program="firewall")[0].details["umask"], 8) == 0o022
+@pytest.mark.parametrize("started_with, given", [("022", 0o022), ("0", 0o022), ("077", 0o077), ("007", 0o027)])
+@pytest.mark.parametrize("arguments", [["--daemonize"], []], ids=["daemon", "once"])
+def test_no_program_can_create_what_group_or_others_may_write(make_router, arguments, started_with, given):
+    """Programs have the umask that this one was started with, and more; the daemon itself has none."""
+    router = make_router(with_tunnels(tunnel("a")), wrapper=["/bin/sh", "-c", f'umask {started_with} && exec "$0" "$@"'])
+    router.make_ipsec_folders()
+    programs = ["ip", "ipsec", "firewall"] + (["openvpn"] if arguments else [])  # which would end with a single run
+    for program in programs:
+        router.program(program).inspect()
+    router.program("openvpn").on(stay=True)
+    router.start(*arguments)
+    for program in programs:
+        assert int(router.wait_for("exec", program=program).details["umask"], 8) == given, program
+    if arguments:
+        assert router.process(int(router.read_file(PID_FILE))).facts()["umask"] == "0000"
 
 
 # ---- the PID file ----

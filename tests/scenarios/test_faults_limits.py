@@ -13,7 +13,7 @@ from tunnel_records import TAG, lines
 NO_LIST = f"{TAG} error executing ip tunnel command [-1]"
 NO_OPENVPN_CONFIGURATION = f"{TAG} Failed read config"
 NO_FORK = f"{TAG}[OVPN] failed fork in OvpnTnl restart"
-NO_MONITORS = [f"unable to start the thread FQDN_MONITOR:{name}" for name in ("gre2", "office2")]
+NO_MONITORS = [f"{TAG} unable to start the thread FQDN_MONITOR:{name}" for name in ("gre2", "office2")]
 ROOM = 1024
 
 

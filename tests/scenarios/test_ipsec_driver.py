@@ -151,11 +151,11 @@ def test_each_run_begins_with_empty_files(make_router):
 
 
 def test_a_daemons_files_are_readable_by_all_and_writable_by_root(make_router):
-    """The daemon's umask is 0, so that the modes of these two are its own doing, and those of the PEM files are not."""
+    """The daemon's umask is 0, so that the modes are its own doing."""
     router = router_with(make_router, ipsec_documents(certificate_tunnel()))
     start_daemon(router)
     assert (mode(router, CONF), mode(router, SECRETS)) == (0o644, 0o644)
-    assert {mode(router, f"/run/ipsec/{name}") for name in pem_files(router)} == {0o666}
+    assert {mode(router, f"/run/ipsec/{name}") for name in pem_files(router)} == {0o644}
 
 
 def test_the_modes_are_set_on_files_that_were_there(make_router):

@@ -12,25 +12,33 @@ BOTH_KINDS = (psk_tunnel(), certificate_tunnel())
 
 # Fails the opening of the file that /run/fail-append names, but only where it is opened to append to.
 FAILING_APPEND = """
+#include <fcntl.h>
+#include <stdarg.h>
 #include <string.h>
-static int fails(const char *path, const char *mode) {
-  char name[256] = "";
-  FILE *(*const open)(const char *, const char *) = dlsym(RTLD_NEXT, "fopen");
-  FILE *const file = mode[0] == 'a' ? open("/run/fail-append", "r") : NULL;
-  if (file == NULL) return 0;
-  if (fgets(name, sizeof name, file) == NULL) name[0] = 0;
-  fclose(file);
-  if (strcmp(path, name) != 0) return 0;
+static int opened(const char *name, const char *path, int flags, int mode) {
+  int (*const real)(const char *, int, ...) = dlsym(RTLD_NEXT, name);
+  char refused[256] = "";
+  const int file = (flags & O_APPEND) != 0 ? real("/run/fail-append", O_RDONLY) : -1;
+  if (file < 0) return real(path, flags, mode);
+  read(file, refused, sizeof refused - 1);
+  close(file);
+  if (strcmp(path, refused) != 0) return real(path, flags, mode);
   errno = EACCES;
-  return 1;
+  return -1;
 }
-FILE *fopen(const char *path, const char *mode) {
-  if (fails(path, mode)) return NULL;
-  return ((FILE *(*)(const char *, const char *))dlsym(RTLD_NEXT, "fopen"))(path, mode);
+int open(const char *path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const int mode = va_arg(arguments, int);
+  va_end(arguments);
+  return opened("open", path, flags, mode);
 }
-FILE *fopen64(const char *path, const char *mode) {
-  if (fails(path, mode)) return NULL;
-  return ((FILE *(*)(const char *, const char *))dlsym(RTLD_NEXT, "fopen64"))(path, mode);
+int open64(const char *path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const int mode = va_arg(arguments, int);
+  va_end(arguments);
+  return opened("open64", path, flags, mode);
 }
 """
 

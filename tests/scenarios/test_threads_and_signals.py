@@ -223,7 +223,7 @@ def test_a_daemon_without_threads_still_obeys_signals(make_router, tmp_path):
     set_names(router, 2, 1)
     daemon = start(router)
     router.wait_for("log", "FQDN_MONITOR:two")
-    assert router.messages("ERROR") == [f"unable to start the thread {name}"
+    assert router.messages("ERROR") == [f"[TUNNEL_MNGR] unable to start the thread {name}"
                                         for name in ("WAN_MONITOR", "FQDN_MONITOR:one", "FQDN_MONITOR:two")]
     mark = refresh(router, daemon)
     assert "ip tunnel add two mode gre remote 203.0.1.2 local 198.51.100.2 ttl 64" in router.command_texts(mark)

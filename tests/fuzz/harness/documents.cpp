@@ -240,7 +240,7 @@ void drawObstacles(Source& source) {
   if (!drawOnce(source, 8)) return;
   const Texts urls{kWansUrl, kTunnelsUrl, kOvpnUrl, kSyslogUrl};
   if (drawOnce(source, 8)) router.answers.erase(drawText(source, urls));
-  if (drawOnce(source, 8)) router.listingStatus = source.ConsumeIntegralInRange(-1, 255);
+  if (drawOnce(source, 8)) router.listing.status = source.ConsumeIntegralInRange(-1, 255);
   if (source.ConsumeBool())
     router.unwritable = drawText(source, {"/ipsec.conf", "/ipsec.secrets", "/certs/", "openvpn_"});
   router.fullDisk = source.ConsumeBool();
@@ -261,7 +261,7 @@ void drawDocuments(Source& source, const Drawn& drawn) {
   serve(kSyslogUrl, textOf(syslog));
   if (!drawn.obstacles) return;
   drawObstacles(source);
-  router.listing = source.ConsumeRandomLengthString(kLongestText);
+  router.listing.output = source.ConsumeRandomLengthString(kLongestText);
 }
 
 /// The API answers every request for fields with the whole document.
@@ -274,7 +274,7 @@ void serveDocument(const std::string& document) {
 
 void furnishRouter(const std::uint8_t* data, std::size_t size, const Drawn& drawn) {
   router = {};
-  router.listing =
+  router.listing.output =
       "gre0: gre/ip remote any local any ttl inherit\ngre1: gre/ip remote 192.0.2.7 local 192.0.2.2 ttl 64\n";
   if (size > 0 && (data[0] == '{' || data[0] == '[')) {
     serveDocument(std::string(data, data + size));

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <vector>
 
 #include "api/wan_list.h"
 #include "core/tunnel_management_run.h"
@@ -53,13 +54,13 @@ Step stepOf(const std::string& command, Step from) {
 }
 
 std::size_t countCommands(const std::string& command) {
-  const auto& commands = router.deeds.commands;
+  const std::vector<std::string> commands = router.deeds.commands();
   return static_cast<std::size_t>(std::count(commands.begin(), commands.end(), command));
 }
 
 void requireOrder() {
   Step step = kTeardown;
-  for (const std::string& command : router.deeds.commands) {
+  for (const std::string& command : router.deeds.commands()) {
     step = stepOf(command, step);
     require(step != kUnknown, "every command is one of a run's, in its order");
   }
@@ -80,8 +81,8 @@ void requireFilesInTheirPlaces() {
 
 void requireWan() {
   if (!currentWanIp.empty()) return;
-  require(countCommands("ipsec restart") == 0 && countCommands("firewall --init") == 0 && router.deeds.children == 0 &&
-              v_apFqdnMonitor.empty(),
+  require(countCommands("ipsec restart") == 0 && countCommands("firewall --init") == 0 &&
+              router.deeds.count(Act::Kind::kStart) == 0 && v_apFqdnMonitor.empty(),
           "nothing is started without a WAN");
 }
 
@@ -89,8 +90,8 @@ void requireMonitors() {
   for (const auto& monitor : v_apFqdnMonitor) {
     require(monitor->tunnelName().find(' ') == std::string::npos, "a tunnel's name has no blank");
     require(monitor->name() == "FQDN_MONITOR:" + monitor->tunnelName(), "a monitor is named after its tunnel");
-    const std::uint32_t minutes = monitor->checkIntervalMilliseconds() / 60000;
-    require(minutes >= 1 && minutes <= 0xFFFF && minutes * 60000 == monitor->checkIntervalMilliseconds(),
+    const std::uint32_t minutes = monitor->checkInterval() / 60000;
+    require(minutes >= 1 && minutes <= 0xFFFF && minutes * 60000 == monitor->checkInterval(),
             "an interval is a number of minutes that fits 16 bits");
   }
 }
@@ -99,7 +100,8 @@ void requireIpsecService() {
   const bool started = countCommands("ipsec restart") == 1;
   require(started == (router.deeds.modes.size() == 2), "the files are readable by all when the service is started");
   for (const auto& [path, mode] : router.deeds.modes) require(mode == 0644, "a file's mode is 0644");
-  require(router.deeds.pauses == (started ? 1 : 0), "the service is given its second when it is started");
+  require(router.deeds.count(Act::Kind::kPause) == (started ? 1 : 0),
+          "the service is given its second when it is started");
 }
 
 std::size_t countText(const std::string& text, const std::string& part) {
@@ -111,7 +113,7 @@ std::size_t countText(const std::string& text, const std::string& part) {
 /// Whether texts that begin with kSecret are keys and nothing else, as far as the bytes of what the router has tell: a
 /// letter that is escaped is not recognised.
 bool hasSecretsInKeysOnly() {
-  std::size_t all = countText(router.listing, kSecret);
+  std::size_t all = countText(router.listing.output, kSecret);
   std::size_t keys = 0;
   for (const auto& [url, answer] : router.answers) {
     if (countText(answer, "\\u") > 0) return false;
@@ -126,17 +128,17 @@ bool hasSecretsInKeysOnly() {
 /// want of a number, may show one that has such members.
 void requireSecrecy() {
   if (!hasSecretsInKeysOnly()) return;
-  for (const Message& message : router.deeds.log) {
+  for (const Message& message : router.log) {
     require(countText(message.text, kSecret) == 0 || countText(message.text, "Unable to parse number") == 1,
             "a key is not logged");
   }
-  for (const std::string& command : router.deeds.commands)
+  for (const std::string& command : router.deeds.subjects(Act::Kind::kRun))
     require(countText(command, kSecret) == 0, "a key stands in no command");
 }
 
 bool run() {
   v_apFqdnMonitor.clear();
-  router.deeds = {};
+  router.forget();
   bool result = false;
   const bool ended = endsUnlessOfWrongType([&result] { result = manageTunnels(); });
   requireOrder();
@@ -152,6 +154,15 @@ bool run() {
   return ended;
 }
 
+/// All that a run did, but for ending the children of the one before.
+std::vector<Act> actsOfItsOwn() {
+  std::vector<Act> acts;
+  for (const Act& act : router.deeds.acts) {
+    if (act.kind != Act::Kind::kSignal) acts.push_back(act);
+  }
+  return acts;
+}
+
 }  // namespace
 
 void superviseRun() {
@@ -159,6 +170,7 @@ void superviseRun() {
   Conf::tunnels().clear();
   supervisedTunnels.clear();
   const bool ended = run();
-  const Deeds first = router.deeds;
-  require(run() == ended && router.deeds == first, "a run depends on nothing of the one before");
+  const std::vector<Act> acts = actsOfItsOwn();
+  const std::vector<Message> log = router.log;
+  require(run() == ended && actsOfItsOwn() == acts && router.log == log, "a run depends on nothing of the one before");
 }

@@ -1,14 +1,14 @@
-// The router as the program finds it and leaves it, in memory: the functions through which the program acts are
-// replaced (acting.cpp, store.cpp, web_client.cpp, name_server.cpp), so that nothing is run, written, forked, resolved
-// or sent.
+// The router as the program finds it and leaves it, in memory: what the program does is noted
+// (effects/noting_effects.h), and what it asks is answered by functions that replace its own (web_client.cpp,
+// name_server.cpp), so that nothing is run, written, forked, resolved or sent.
 #pragma once
-
-#include <sys/types.h>
 
 #include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "effects/noting_effects.h"
 
 /// One line of the log; every level is printed.
 struct Message {
@@ -18,30 +18,36 @@ struct Message {
 
 bool operator==(const Message& a, const Message& b);
 
-/// What the program did.
-struct Deeds {
-  std::vector<std::string> commands;         ///< run through the shell, in their order
-  std::map<std::string, std::string> files;  ///< contents by path
-  std::map<std::string, mode_t> modes;       ///< set by chmod(2), by path
-  std::vector<Message> log;
-  int children = 0;  ///< forked
-  int pauses = 0;    ///< sleep(3)
-};
+/// What the program did. A file may be one that cannot be opened, and the disk may be full.
+class Deeds : public NotingEffects {
+ public:
+  FileOutcome writeFile(const std::string& path, const std::string& text) override;
+  FileOutcome appendFile(const std::string& path, const std::string& text) override;
 
-bool operator==(const Deeds& a, const Deeds& b);
+  /// Run through the shell by the program itself, in their order.
+  std::vector<std::string> commands() const;
+  std::size_t count(Act::Kind kind) const;
+
+  std::string unwritable;  ///< no file can be opened whose path contains this; "" for none
+  bool fullDisk = false;   ///< nothing fits into any file
+
+ private:
+  bool canOpen(const std::string& path) const;
+};
 
 struct Router {
   std::map<std::string, std::string> answers;  ///< of the configuration API, by URL; where there is none, no API is
   std::size_t chunk = 0;                       ///< bytes in which answers come; 0 for all at once
-  std::string listing;                         ///< what `ip tunnel` prints
-  int listingStatus = 0;
-  std::string unwritable;  ///< no file can be opened whose path contains this; "" for none
-  bool fullDisk = false;   ///< nothing fits into the files that are written whole
+  Answer listing;                              ///< of `ip tunnel`
+  std::string unwritable;                      ///< as in Deeds
+  bool fullDisk = false;
 
   Deeds deeds;
+  std::vector<Message> log;
 
-  /// Whether the file can be opened for writing.
-  bool canOpen(const std::string& path) const;
+  /// Forgets what was done and logged.
+  void forget();
 };
 
+/// Acts through its deeds from the start to the end of the process.
 extern Router router;

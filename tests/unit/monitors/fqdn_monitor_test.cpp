@@ -54,7 +54,7 @@ TEST_F(FqdnMonitorTest, hasTheValuesThatItIsGiven) {
   EXPECT_EQ(monitor->hostName(), "vpn.example");
   EXPECT_EQ(monitor->lastAddress(), "192.0.2.1");
   EXPECT_EQ(monitor->tunnelName(), "My_Tunnel");
-  EXPECT_EQ(monitor->checkIntervalMilliseconds(), 3932100000U);
+  EXPECT_EQ(monitor->checkInterval(), 3932100000U);
 }
 
 TEST_F(FqdnMonitorTest, keepsItsHandlesAsLongAsItLives) {

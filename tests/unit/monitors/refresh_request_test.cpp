@@ -93,6 +93,30 @@ TEST_F(RefreshRequest, waitsForTheRunThatHoldsTheLock) {
   EXPECT_EQ(refreshPending, 1);
 }
 
+TEST_F(RefreshRequest, isKnownToBeWantedAsLongAsAMonitorWaitsForTheLock) {
+  EXPECT_FALSE(isRefreshWanted());
+  Requester requester(lock_, *condition_);
+  {
+    const ZEL::LockGuard pass(lock_);
+    requester.start();
+    EXPECT_TRUE(eventually([] { return isRefreshWanted(); }));
+    EXPECT_EQ(refreshPending, 0);
+  }
+  requester.waitUntilRequested();
+  EXPECT_TRUE(isRefreshWanted()) << "the flag tells it from now on";
+  refreshPending = 0;
+  EXPECT_FALSE(isRefreshWanted());
+}
+
+TEST_F(RefreshRequest, isWantedNoMoreWhenTheMonitorIsStopped) {
+  Requester requester(lock_, *condition_);
+  const ZEL::LockGuard run(lock_);
+  requester.start();
+  EXPECT_TRUE(eventually([] { return isRefreshWanted(); }));
+  requester.stop();
+  EXPECT_FALSE(isRefreshWanted());
+}
+
 TEST_F(RefreshRequest, isGivenUpByAMonitorThatTheRunStops) {
   Requester requester(lock_, *condition_);
   const ZEL::LockGuard run(lock_);

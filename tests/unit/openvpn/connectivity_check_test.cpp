@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -135,6 +136,24 @@ TEST_F(ConnectivityCheck, GoesOnWhenAConnectFileCannotBeOpened) {
   checkOvpnTunnels();
   EXPECT_EQ(read("pings"), "-c 3 10.8.0.2\n-c 3 10.8.0.3\n");
   EXPECT_EQ(read("b.connect"), "connected");
+}
+
+int tunnelsLeft = 0;  ///< how many the pass may look at before it is to give way
+
+TEST_F(ConnectivityCheck, GivesWayBetweenTwoTunnels) {
+  ASSERT_NO_FATAL_FAILURE(start({pointToPoint("a", "10.8.0.2"), pointToPoint("b", "10.8.0.3"), conf("c")}));
+  for (const int most : {0, 1, 2, 3}) {
+    write("pings", "");
+    tunnelsLeft = most;
+    checkOvpnTunnels([] { return tunnelsLeft-- == 0; });
+    const std::string pings[] = {"", "-c 3 10.8.0.2\n", "-c 3 10.8.0.2\n-c 3 10.8.0.3\n"};
+    EXPECT_EQ(read("pings"), pings[std::min(most, 2)]) << most;
+  }
+  OvpnTnl& last = supervisedTunnels.back();
+  last.stop();
+  tunnelsLeft = 2;
+  checkOvpnTunnels([] { return tunnelsLeft-- == 0; });
+  EXPECT_EQ(last.pid, 0) << "a tunnel behind the end of the pass was restarted";
 }
 
 TEST_F(ConnectivityCheck, HasNothingToDoWithoutTunnels) {

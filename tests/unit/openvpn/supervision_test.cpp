@@ -8,10 +8,12 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "effects/noting_effects.h"
 #include "support/logger.h"
 #include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/system_call_filter.h"
@@ -57,27 +59,6 @@ class Stranger {
   std::array<int, 2> pipe_{};
 };
 
-struct Outcome {
-  pid_t result;
-  int error;
-  ChildState state;
-};
-
-TEST(ChildState, ReadsEveryResultOfWaitpid) {
-  const std::vector<Outcome> table{
-      {4711, 0, ChildState::kGone},          {1, 0, ChildState::kGone},
-      {4711, EINTR, ChildState::kGone},  // errno is left over from before when the call succeeds
-      {0, 0, ChildState::kRunning},          {0, ECHILD, ChildState::kRunning},
-      {0, EINTR, ChildState::kRunning},      {-1, ECHILD, ChildState::kGone},
-      {-1, EINTR, ChildState::kInterrupted}, {-1, EINVAL, ChildState::kRunning},
-      {-1, EPERM, ChildState::kRunning},     {-1, EAGAIN, ChildState::kRunning},
-      {-1, 0, ChildState::kRunning},
-  };
-  for (const Outcome& row : table) {
-    EXPECT_EQ(childState(row.result, row.error), row.state) << row.result << " " << row.error;
-  }
-}
-
 TEST_F(Supervision, TakesEverythingButTheNameFromTheConfiguration) {
   const OvpnTnl tunnel(OvpnConf{"a", "c", "s", "n", "d", "p", true});
   EXPECT_EQ(tunnel.pid, 0);
@@ -95,7 +76,8 @@ TEST_F(Supervision, HasOneArgumentVector) {
   const std::vector<std::string> expected{"openvpn",   "--config", "/c o.conf", "--status",
                                           "/s.status", "1",        "--syslog",  "openvpn"};
   const auto arguments = openvpnArguments(tunnel);
-  EXPECT_EQ(std::vector<std::string>(arguments.begin(), arguments.end()), expected);
+  EXPECT_EQ(std::vector<std::string>(arguments.begin(), arguments.end() - 1), expected);
+  EXPECT_EQ(arguments.back(), nullptr);
 }
 
 TEST_F(Supervision, RestartRunsTheProgramOfThePathWithTheseArguments) {
@@ -190,6 +172,47 @@ TEST_F(Supervision, StopReturnsWhenTheChildIsGone) {
   EXPECT_EQ(tunnel.pid, 0);
   EXPECT_EQ(kill(child, 0), -1);
   EXPECT_EQ(errno, ESRCH);
+}
+
+/// A child that ends some time after it was first asked to. Only pauses take time.
+class SlowChild : public NotingEffects {
+ public:
+  explicit SlowChild(std::chrono::milliseconds takes) : takes_(takes) {}
+
+  bool signalProcess(pid_t process, int signal) override {
+    EXPECT_EQ(process, kPid);
+    EXPECT_EQ(signal, SIGTERM);
+    asked.push_back(std::chrono::duration_cast<std::chrono::milliseconds>(now() - begin_));
+    return true;
+  }
+  ChildState lookAtChild(pid_t) override { return now() - begin_ >= takes_ ? ChildState::kGone : ChildState::kRunning; }
+  std::chrono::milliseconds lifetime() { return std::chrono::duration_cast<std::chrono::milliseconds>(now() - begin_); }
+
+  static constexpr pid_t kPid = 4711;
+  std::vector<std::chrono::milliseconds> asked;
+
+ private:
+  const std::chrono::milliseconds takes_;
+  const std::chrono::steady_clock::time_point begin_ = now();
+};
+
+TEST_F(Supervision, StopAsksOnceASecondAndSeesTheEndWithinMilliseconds) {
+  using std::chrono::milliseconds;
+  const struct {
+    int takes;
+    std::size_t asked;
+  } rows[] = {{0, 1}, {5, 1}, {995, 1}, {1005, 2}, {2500, 3}, {59995, 60}};
+  for (const auto& row : rows) {
+    SlowChild child{milliseconds(row.takes)};
+    const ActingAs as(child);
+    OvpnTnl tunnel(conf("a"));
+    tunnel.pid = SlowChild::kPid;
+    tunnel.stop();
+    EXPECT_EQ(tunnel.pid, 0);
+    ASSERT_EQ(child.asked.size(), row.asked) << row.takes;
+    for (std::size_t i = 0; i < child.asked.size(); ++i) EXPECT_EQ(child.asked[i], milliseconds(1000 * i));
+    EXPECT_LE(child.lifetime(), milliseconds(row.takes + 10));
+  }
 }
 
 TEST_F(Supervision, StopAsksAChildThatDoesNotListenAgainAndAgain) {

@@ -153,7 +153,7 @@ TEST_F(CancellationTest, doesNotWaitForACallAfterItsEnd) {
 TEST_F(CancellationTest, leavesACallOutWhereThereIsNoThread) {
   const CapturedLog log(0);
   EXPECT_FALSE(cancellation_->runAside(kImpossibleStack, [] { FAIL() << "was called"; }));
-  EXPECT_EQ(log.text(), "ERROR unable to start a thread for a call\n");
+  EXPECT_EQ(log.text(), "ERROR [TUNNEL_MNGR] unable to start a thread for a call\n");
   EXPECT_EQ(Cancellation::callsUnderWay(), 0);
   EXPECT_FALSE(cancellation_->isCanceled());
 }

@@ -18,40 +18,16 @@
 
 #include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/private_system.h"
+#include "tests/unit/harness/signal_masks.h"
 #include "tests/unit/harness/waiting.h"
 
 namespace {
 
-using ZEL::BlockedSignals;
 using ZEL::kParserStackBytes;
 using ZEL::kThreadStackBytes;
 using ZEL::spawnThread;
 
 constexpr std::size_t kImpossibleStack = std::numeric_limits<std::size_t>::max() / 4;
-
-sigset_t currentMask() {
-  sigset_t mask{};
-  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  return mask;
-}
-
-/// The first signal that the mask lets through although it can be blocked, or 0.
-int firstUnblocked(const sigset_t& mask) {
-  sigset_t all{};
-  sigfillset(&all);
-  for (int number = 1; number <= SIGRTMAX; ++number) {
-    const bool blockable = number != SIGKILL && number != SIGSTOP && sigismember(&all, number) == 1;
-    if (blockable && sigismember(&mask, number) != 1) return number;
-  }
-  return 0;
-}
-
-bool sameMasks(const sigset_t& left, const sigset_t& right) {
-  for (int number = 1; number <= SIGRTMAX; ++number) {
-    if (sigismember(&left, number) != sigismember(&right, number)) return false;
-  }
-  return true;
-}
 
 /// Runs the body on a thread with that stack and waits for its end; false when there is no thread.
 bool runOnThread(std::size_t stackBytes, std::function<void()> body) {
@@ -132,30 +108,6 @@ TEST(SpawnThread, leavesNoStackInMemoryThatTheNextThreadMayNeverUse) {
   };
   ASSERT_TRUE(runOnThread(kThreadStackBytes, useStack));
   EXPECT_FALSE(isInMemory(used));
-}
-
-TEST(BlockedSignals, blocksAllForItsScopeAndNestsWithOthers) {
-  const sigset_t before = currentMask();
-  {
-    const BlockedSignals outer;
-    EXPECT_EQ(firstUnblocked(currentMask()), 0);
-    { const BlockedSignals inner; }
-    EXPECT_EQ(firstUnblocked(currentMask()), 0);
-  }
-  EXPECT_TRUE(sameMasks(currentMask(), before));
-}
-
-TEST(BlockedSignals, delaysWhatComesMeanwhile) {
-  checkInChild([] {
-    static std::atomic<int> handled{0};
-    signal(SIGHUP, [](int) { ++handled; });
-    {
-      const BlockedSignals blocked;
-      raise(SIGHUP);
-      EXPECT_EQ(handled, 0);
-    }
-    EXPECT_EQ(handled, 1);
-  });
 }
 
 /// Checks that a child process survives the body on a thread with that stack. When it does not, the failure tells how

@@ -181,7 +181,7 @@ TEST(Thread, staysUnstartedWhereThereIsNoThread) {
     TestThread thread([](TestThread&) { FAIL() << "was run"; }, "LATE");
     const CapturedLog log(0);
     thread.start();
-    EXPECT_EQ(log.text(), "ERROR unable to start the thread LATE\n");
+    EXPECT_EQ(log.text(), "ERROR [TUNNEL_MNGR] unable to start the thread LATE\n");
     thread.stop();
     EXPECT_TRUE(thread.isCanceled());
   });

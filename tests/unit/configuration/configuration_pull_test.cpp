@@ -1,4 +1,4 @@
-#include "gre/configuration_pull.h"
+#include "configuration/configuration_pull.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "gre/configuration_pull.h"
+#include "configuration/configuration_pull.h"
 
 #include <cstdint>
 #include <map>
@@ -6,20 +6,21 @@
 #include <string>
 #include <vector>
 
-#include "api/log_tag.h"
 #include "api/query.h"
-#include "gre/local_networks.h"
+#include "configuration/local_networks.h"
 #include "monitors/fqdn_monitor.h"
 #include "monitors/name_resolution.h"
 #include "monitors/refresh_request.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 #include "support/text.h"
+
+const std::string configUrl = API_HOST "/api?fields=greTunnels,ipsecTunnels,ni";
 
 namespace {
 
 using Resolutions = std::map<std::string, Resolution>;
 
-constexpr const char* kConfigUrl = API_HOST "/api?fields=greTunnels,ipsecTunnels,ni";
 constexpr std::uint32_t kMillisecondsPerMinute = 60000;
 
 /// What differs between the records of the two kinds of tunnels.
@@ -74,7 +75,7 @@ unsigned int checkPeriodMinutes(const Json::Value& checkPeriod) {
 bool pullConfigurations(Json::Value& greTunnels, Json::Value& ipsecTunnels) {
   ZEL_LOG(INFO, "Pulling Current Configurations");
   Json::Value result;
-  if (!queryApi(kConfigUrl, result)) return false;
+  if (!queryApi(configUrl, result)) return false;
   greTunnels.swap(result["greTunnels"]);
   ipsecTunnels.swap(result["ipsecTunnels"]);
 

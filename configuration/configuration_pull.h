@@ -3,6 +3,11 @@
 
 #include <json/value.h>
 
+#include <string>
+
+/// The document of the GRE and IPsec tunnels and of the network interfaces.
+extern const std::string configUrl;
+
 /// Fetches the GRE and the IPsec tunnel records and makes them ready for use: blanks in "name" become "_", the remote
 /// host
 /// ("remoteIp" of a GRE tunnel, "remoteWanIp" of an IPsec tunnel) becomes its dotted address, or "" when it has none,

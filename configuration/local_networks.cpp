@@ -1,4 +1,4 @@
-#include "gre/local_networks.h"
+#include "configuration/local_networks.h"
 
 #include <arpa/inet.h>
 
