@@ -1,17 +1,14 @@
 #include "monitors/name_resolution.h"
 
 #include <arpa/inet.h>
-#include <arpa/nameser.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <pthread.h>
-#include <resolv.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 
 #include "support/log_tag.h"
@@ -19,8 +16,6 @@
 #include "support/native_thread.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostAtOnce = 64;
 
@@ -44,52 +39,6 @@ Resolution lookUp(const std::string& host) {
   }
 }
 
-#if defined(__GLIBC__) && !defined(__UCLIBC__)
-
-/// A query of one's own, which leaves nothing behind.
-class Resolver {
- public:
-  Resolver() { ready_ = res_ninit(&state_) == 0; }
-  ~Resolver() {
-    if (ready_) res_nclose(&state_);
-  }
-  Resolver(const Resolver&) = delete;
-  Resolver& operator=(const Resolver&) = delete;
-
-  /// How long one name server is waited for, or zero when there is no resolver.
-  std::chrono::milliseconds timeout() const { return std::chrono::seconds(ready_ ? state_.retrans : 0); }
-
-  /// The category of the answer of the first name server that gives one.
-  int category(const std::string& host) {
-    state_.pfcode = RES_PRF_REPLY;  // hand over a refusal instead of asking on
-    state_.retry = 1;
-    std::array<unsigned char, NS_PACKETSZ> answer{};
-    const int size =
-        res_nsearch(&state_, host.c_str(), ns_c_in, ns_t_a, answer.data(), static_cast<int>(answer.size()));
-    return size < 0 ? state_.res_h_errno : TRY_AGAIN;
-  }
-
- private:
-  struct __res_state state_ {};
-  bool ready_ = false;
-};
-
-/// The GNU C library goes on to the next name server when one refuses (REFUSED, NOTIMP), and in the end reports "try
-/// again", as for a time-out. Where it came to that without a time-out, a server did answer, and is asked what. Half
-/// the time-out tells the two apart, as the library measures it with another clock.
-int trueCategory(const std::string& host, Clock::duration spent) {
-  Resolver resolver;
-  return spent < resolver.timeout() / 2 ? resolver.category(host) : TRY_AGAIN;
-}
-
-#else
-
-int trueCategory(const std::string&, Clock::duration) {
-  return TRY_AGAIN;
-}
-
-#endif
-
 struct FailureMessage {
   int error;
   const char* beforeHost;
@@ -111,11 +60,7 @@ bool isDotted(const std::string& host) {
 }  // namespace
 
 Resolution resolveHost(const std::string& host) {
-  if (isDotted(host)) return {host, 0};
-  const Clock::time_point asked = Clock::now();
-  Resolution resolution = lookUp(host);
-  if (resolution.error == TRY_AGAIN) resolution.error = trueCategory(host, Clock::now() - asked);
-  return resolution;
+  return isDotted(host) ? Resolution{host, 0} : lookUp(host);
 }
 
 std::map<std::string, Resolution> resolveHosts(const std::vector<std::string>& hosts) {

@@ -7,7 +7,7 @@ import pytest
 from fault_stories import (ALL_UP, GRE_HOST, IPSEC_HOST, Fault, Subject, assert_survived, gre_address, ipsec_address,
                            subject, suffer)
 from ipsec_records import CONF
-from test_names_resolution import NO_DATA, NO_RECOVERY, NOT_FOUND, TRY_AGAIN
+from test_names_resolution import NO_DATA, NOT_FOUND, TRY_AGAIN
 from tunnel_records import create_command
 
 HOSTS = (GRE_HOST, IPSEC_HOST)
@@ -34,7 +34,7 @@ FAULTS = [Fault(name, inject, _heal, errors=[], warnings=[line.format(host) for 
           for name, inject, line in [
               ("the name server is silent", _answer("SILENT"), TRY_AGAIN),
               ("the name server fails", _answer("SERVFAIL"), TRY_AGAIN),
-              ("the name server refuses", _answer("REFUSED"), NO_RECOVERY),
+              ("the name server refuses", _answer("REFUSED"), TRY_AGAIN),
               ("the name server does not know the names", _answer("NXDOMAIN"), NOT_FOUND),
               ("the names have no address", _answer("NODATA"), NO_DATA),
               ("no name server listens", _look_elsewhere("127.0.0.2"), TRY_AGAIN),

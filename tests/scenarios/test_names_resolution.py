@@ -11,8 +11,8 @@ TRY_AGAIN = TAG + "[FQDN_MONITOR] The name server is temporarily unavailable.  U
 NO_RECOVERY = TAG + "[FQDN_MONITOR] A non-recoverable name server error occurred.  Unable to resolve [{}]\n"
 NO_DATA = TAG + "[FQDN_MONITOR] The name [{}] is valid but it has no address.\n"
 
-CATEGORIES = [("NXDOMAIN", NOT_FOUND), ("SERVFAIL", TRY_AGAIN), ("SILENT", TRY_AGAIN), ("REFUSED", NO_RECOVERY),
-              ("NOTIMP", NO_RECOVERY), ("NODATA", NO_DATA)]
+CATEGORIES = [("NXDOMAIN", NOT_FOUND), ("SERVFAIL", TRY_AGAIN), ("SILENT", TRY_AGAIN), ("REFUSED", TRY_AGAIN),
+              ("NOTIMP", TRY_AGAIN), ("NODATA", NO_DATA)]
 HOST = "vpn.example.net"
 
 
@@ -86,7 +86,7 @@ def test_the_systems_own_rules_of_resolution_hold(make_router):
 
 
 # Host, answer of the name server, address found, warning.
-MIXED = [("slow.example", "203.0.113.31", "203.0.113.31", None), ("refused.example", "REFUSED", "", NO_RECOVERY),
+MIXED = [("slow.example", "203.0.113.31", "203.0.113.31", None), ("refused.example", "REFUSED", "", TRY_AGAIN),
          ("203.0.113.33", None, "203.0.113.33", None), ("fast.example", "203.0.113.34", "203.0.113.34", None),
          ("silent.example", "SILENT", "", TRY_AGAIN), ("unknown.example", "NXDOMAIN", "", NOT_FOUND),
          ("slow.example", "203.0.113.31", "203.0.113.31", None), ("empty.example", "NODATA", "", NO_DATA)]

@@ -2,7 +2,6 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
-#include <resolv.h>
 
 #include <array>
 #include <cerrno>
@@ -45,11 +44,6 @@ int __wrap_gethostbyname_r(const char* name, hostent* entry, char* buffer, size_
   entry->h_addr_list = results.addresses.data();
   *found = entry;
   return 0;
-}
-
-/// There is no resolver to ask once more.
-int __wrap___res_ninit(res_state) {
-  return -1;
 }
 
 }  // extern "C"
