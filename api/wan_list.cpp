@@ -1,14 +1,13 @@
 #include "api/wan_list.h"
 
-#include "support/log_tag.h"
 #include "api/query.h"
+#include "support/log_tag.h"
 #include "support/logger.h"
 
+const std::string wanInfoUrl = API_HOST "/api/waninfo/wans";
 std::string currentWanIp;
 
 namespace {
-
-constexpr const char* kWanInfoUrl = API_HOST "/api/waninfo/wans";
 
 bool isCurrent(const Json::Value& wan) {
   if (!wan.isObject()) return false;
@@ -30,7 +29,7 @@ std::string currentAddress(const Json::Value& wans) {
 
 std::string queryCurrentWanAddress() {
   Json::Value wans;
-  if (!queryApi(kWanInfoUrl, wans) || !(wans.isArray() || wans.isNull())) {
+  if (!queryApi(wanInfoUrl, wans)) {
     ZEL_LOG(ERROR, "[%s][WAN_MONITOR] Could not obtain WAN information", kLogTag);
     return "";
   }

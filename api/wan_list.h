@@ -5,6 +5,9 @@
 
 #include <string>
 
+/// The document of the WAN list.
+extern const std::string wanInfoUrl;
+
 /// The address that the last tunnel management run found, "" when there was none: the local end of every tunnel.
 /// Touched by the thread that performs the runs only.
 extern std::string currentWanIp;
@@ -13,6 +16,6 @@ extern std::string currentWanIp;
 /// that cannot be converted counts as absent, so this never throws. Any thread.
 std::string currentAddress(const Json::Value& wans);
 
-/// Asks the API for the WAN list and returns its current address. When it cannot be had, an ERROR line says so and the
+/// Asks the API for the WAN list and returns its current address. When the request fails, an ERROR line says so and the
 /// address is "". Blocks as long as the request does; any thread.
 std::string queryCurrentWanAddress();

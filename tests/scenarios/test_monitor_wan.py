@@ -73,9 +73,9 @@ DEEP = '{"code":200,"result":[{"current":true,"ip":"198.51.100.2","more":' + "["
 # What the API answers to the request for the WAN list, and the ERROR lines of one look at it; None when the current
 # address is in it all the same.
 ANSWERS = [
-    ({"envelope": {"code": 200, "result": {"current": True, "ip": "192.0.2.1"}}}, [NO_WAN_INFORMATION]),
-    ({"envelope": {"code": 200, "result": "text"}}, [NO_WAN_INFORMATION]),
-    ({"envelope": {"code": 200, "result": 5}}, [NO_WAN_INFORMATION]),
+    ({"envelope": {"code": 200, "result": {"current": True, "ip": "192.0.2.1"}}}, []),
+    ({"envelope": {"code": 200, "result": "text"}}, []),
+    ({"envelope": {"code": 200, "result": 5}}, []),
     ({"envelope": {"code": 200, "result": [5, "text", None, [], {"current": "yes"}, {"current": {}}]}}, []),
     ({"envelope": {"code": 200, "result": [{"current": True, "ip": {}}]}}, []),
     ({"envelope": []}, [f"{TAG} api returned error code [0]", NO_WAN_INFORMATION]),
