@@ -43,20 +43,25 @@ Failure setOptions(CURL* curl, const char* url, std::string& body) {
   set(CURLOPT_FOLLOWLOCATION, "CURLOPT_FOLLOWLOCATION", 0L);
   set(CURLOPT_WRITEFUNCTION, "CURLOPT_WRITEFUNCTION", &appendToString);
   set(CURLOPT_WRITEDATA, "CURLOPT_WRITEDATA", &body);
+  return failure;
+}
+
+/// Sets the options without which a request works just as well. A libcurl that was built without one of them is asked
+/// all the same, so nothing is made of its refusal.
+void setPrecautions(CURL* curl) {
   // Otherwise libcurl ignores SIGPIPE for the whole process while it transfers, and a child started by another thread
   // at that moment would inherit it.
-  set(CURLOPT_NOSIGNAL, "CURLOPT_NOSIGNAL", 1L);
-  set(CURLOPT_PROXY, "CURLOPT_PROXY", "");  // whatever the environment says
-  set(CURLOPT_CONNECTTIMEOUT, "CURLOPT_CONNECTTIMEOUT", kSilenceSeconds);
-  set(CURLOPT_LOW_SPEED_LIMIT, "CURLOPT_LOW_SPEED_LIMIT", 1L);
-  set(CURLOPT_LOW_SPEED_TIME, "CURLOPT_LOW_SPEED_TIME", kSilenceSeconds);
-  return failure;
+  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, kSilenceSeconds);
+  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, kSilenceSeconds);
 }
 
 Failure fetch(const char* url, std::string& body) {
   const CurlHandle curl(curl_easy_init(), curl_easy_cleanup);
   if (!curl) return "unable to initialize curl.";
   if (Failure failure = setOptions(curl.get(), url, body)) return failure;
+  setPrecautions(curl.get());
   const CURLcode code = curl_easy_perform(curl.get());
   if (code != CURLE_OK) return "curl_easy_perform() failed: " + std::string(curl_easy_strerror(code));
   return std::nullopt;
