@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 #include <json/reader.h>
+#include <sys/socket.h>
 
 #include <exception>
 #include <memory>
@@ -46,12 +47,18 @@ Failure setOptions(CURL* curl, const char* url, std::string& body) {
   return failure;
 }
 
+/// As libcurl makes its socket itself, but not for the programs that are run meanwhile: some of them last.
+curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) {
+  return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
 /// Sets the options without which a request works just as well. A libcurl that was built without one of them is asked
 /// all the same, so nothing is made of its refusal.
 void setPrecautions(CURL* curl) {
   // Otherwise libcurl ignores SIGPIPE for the whole process while it transfers, and a child started by another thread
   // at that moment would inherit it.
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(curl, CURLOPT_OPENSOCKETFUNCTION, &openSocket);
   curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, kSilenceSeconds);
   curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
   curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, kSilenceSeconds);

@@ -9,9 +9,8 @@
 extern const std::string configUrl;
 
 /// Fetches the GRE and the IPsec tunnel records and makes them ready for use: blanks in "name" become "_", the remote
-/// host
-/// ("remoteIp" of a GRE tunnel, "remoteWanIp" of an IPsec tunnel) becomes its dotted address, or "" when it has none,
-/// and every IPsec tunnel gets the router's local networks as "localIpWithCidr".
+/// host ("remoteIp" of a GRE tunnel, "remoteWanIp" of an IPsec tunnel) becomes its dotted address, or "" when it has
+/// none, and every IPsec tunnel gets the router's local networks as "localIpWithCidr".
 ///
 /// For each enabled tunnel one FqdnMonitor is appended to `v_apFqdnMonitor`, not yet started. False, with everything
 /// untouched, when the API request failed. Blocks for the request and for the names, which are resolved side by side.

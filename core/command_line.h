@@ -1,4 +1,4 @@
-// The command line.
+// The command line. Main thread only.
 #pragma once
 
 /// Whether `--daemonize` was given.

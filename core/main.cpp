@@ -1,5 +1,6 @@
 // The tunnel manager: brings a router's tunnels into line with its configuration, once or as a daemon.
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -33,6 +34,7 @@ void manageTunnelsOnce() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  signal(SIGCHLD, SIG_DFL);  // or no status could be had of anything, where whoever starts this one ignores it
   ZEL::keepFootprintSmall();
   setUpLog();
   parseOptions(argc, argv);

@@ -1,4 +1,4 @@
-// One running instance, known by a semaphore's name and a PID file.
+// One running instance, known by a semaphore's name and a PID file. Main thread only.
 #pragma once
 
 #include <semaphore.h>

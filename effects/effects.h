@@ -48,13 +48,14 @@ class Effects {
 
   virtual void setMode(const std::string& path, mode_t mode) = 0;
 
-  /// Async-signal-safe.
+  /// Async-signal-safe where it is real.
   virtual void removeFile(const char* path) = 0;
 
   /// Makes a named semaphore (value 0, for its owner only) that nobody has made yet, or returns SEM_FAILED.
   virtual sem_t* createSemaphore(const char* name) = 0;
   virtual void closeSemaphore(sem_t* semaphore) = 0;
-  /// Async-signal-safe as far as sem_unlink(3) is: in the C libraries of Linux it composes a path and calls unlink(2).
+  /// Async-signal-safe where it is real, as far as sem_unlink(3) is: in the C libraries of Linux it composes a path and
+  /// calls unlink(2).
   virtual void removeSemaphore(const char* name) = 0;
 
   /// Forks a child that lives `life` and then ends with status 255; an exception that leaves `life` aborts it. No

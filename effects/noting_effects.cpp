@@ -1,5 +1,7 @@
 #include "effects/noting_effects.h"
 
+#include <signal.h>
+
 #include <tuple>
 #include <utility>
 
@@ -21,32 +23,32 @@ void NotingEffects::note(Act act) {
 }
 
 int NotingEffects::run(const std::string& command) {
-  note({Act::Kind::kRun, command});
+  note({Act::Kind::kRun, command.c_str()});
   return 0;
 }
 
 int NotingEffects::ask(const std::string& command, std::string& output) {
-  note({Act::Kind::kAsk, command});
+  note({Act::Kind::kAsk, command.c_str()});
   const auto answer = answers.find(command);
   output = answer == answers.end() ? "" : answer->second.output;
   return answer == answers.end() ? 0 : answer->second.status;
 }
 
 FileOutcome NotingEffects::writeFile(const std::string& path, const std::string& text) {
-  note({Act::Kind::kWrite, path, text});
-  files[path] = text;
+  note({Act::Kind::kWrite, path.c_str(), text});
+  files[path.c_str()] = text;
   return FileOutcome::kWritten;
 }
 
 FileOutcome NotingEffects::appendFile(const std::string& path, const std::string& text) {
-  note({Act::Kind::kAppend, path, text});
-  files[path] += text;
+  note({Act::Kind::kAppend, path.c_str(), text});
+  files[path.c_str()] += text;
   return FileOutcome::kWritten;
 }
 
 void NotingEffects::setMode(const std::string& path, mode_t mode) {
-  note({Act::Kind::kSetMode, path, "", {}, static_cast<int>(mode)});
-  modes[path] = mode;
+  note({Act::Kind::kSetMode, path.c_str(), "", {}, static_cast<int>(mode)});
+  modes[path.c_str()] = mode;
 }
 
 void NotingEffects::removeFile(const char* path) {
@@ -69,9 +71,8 @@ void NotingEffects::removeSemaphore(const char* name) {
 pid_t NotingEffects::startChild(const std::function<void()>& life) {
   const pid_t child = ++lastChild_;
   note({Act::Kind::kStart, "", "", {}, child});
-  children.insert(child);
   const pid_t before = std::exchange(actor_, child);
-  life();
+  [&life]() noexcept { life(); }();
   actor_ = before;
   return child;
 }
@@ -85,12 +86,13 @@ bool NotingEffects::becomeProgram(const char* const* arguments) {
   Act act{Act::Kind::kBecome, arguments[0]};
   for (; *arguments != nullptr; ++arguments) act.arguments.emplace_back(*arguments);
   note(std::move(act));
+  children.insert(actor_);
   return true;
 }
 
 bool NotingEffects::signalProcess(pid_t process, int signal) {
   note({Act::Kind::kSignal, "", "", {}, process, signal});
-  children.erase(process);
+  if (signal == SIGTERM) children.erase(process);
   return true;
 }
 

@@ -44,8 +44,11 @@ struct Answer {
   std::string output{};
 };
 
-/// Every command succeeds, every file can be written, every child lives until it is sent a signal. Whoever wants it
-/// otherwise derives from this class. A child's life is lived at its start, by the calling thread.
+/// Every command succeeds, every file can be written, every child that has become a program lives until it is sent
+/// SIGTERM. Whoever wants it otherwise derives from this class. A child's life is lived at its start, by the calling
+/// thread. Commands, paths and arguments are noted as the system would take them, up to a null byte.
+///
+/// Nothing here is async-signal-safe.
 class NotingEffects : public Effects {
  public:
   int run(const std::string& command) override;

@@ -1,4 +1,4 @@
-// Reading a stream to its end.
+// Reading a stream to its end. Any thread.
 #pragma once
 
 #include <cstdio>

@@ -31,13 +31,13 @@ mode_t currentUmask() {
 
 /// What programs are not to give anybody: whatever this process was not to give when it was started, and the right to
 /// write what root's programs obey. Read before entry, since the daemon's own umask becomes 0.
-const mode_t programUmask = currentUmask() | S_IWGRP | S_IWOTH;
+const mode_t kProgramUmask = currentUmask() | S_IWGRP | S_IWOTH;
 
 /// Has what is forked meanwhile start with the programs' umask. Nobody else of this process creates a file then: the
 /// other threads create none at all.
 class ProgramUmask {
  public:
-  ProgramUmask() : before_(umask(programUmask)) {}
+  ProgramUmask() : before_(umask(kProgramUmask)) {}
   ~ProgramUmask() { umask(before_); }
   ProgramUmask(const ProgramUmask&) = delete;
   ProgramUmask& operator=(const ProgramUmask&) = delete;
@@ -75,7 +75,7 @@ pid_t forkWithoutHandlers() {
 
 /// An exception must not leave a child's life: it would go on as a second manager.
 [[noreturn]] void liveAndEnd(const std::function<void()>& life) noexcept {
-  umask(programUmask);
+  umask(kProgramUmask);
   life();
   _exit(kFailedStatus);
 }

@@ -52,26 +52,30 @@ constexpr std::array<FailureMessage, 4> kFailureMessages{{
     {NO_DATA, "The name [", "] is valid but it has no address.\n"},
 }};
 
-bool isDotted(const std::string& host) {
-  in_addr address{};
+bool readDotted(const std::string& host, in_addr& address) {
   return inet_pton(AF_INET, host.c_str(), &address) == 1;
 }
 
 }  // namespace
 
 Resolution resolveHost(const std::string& host) {
-  return isDotted(host) ? Resolution{host, 0} : lookUp(host);
+  in_addr address{};
+  return readDotted(host, address) ? Resolution{dotted(address), 0} : lookUp(host);
 }
 
 std::map<std::string, Resolution> resolveHosts(const std::vector<std::string>& hosts) {
   std::map<std::string, Resolution> resolutions;
-  for (const std::string& host : hosts) resolutions.emplace(host, Resolution{host, 0});
+  for (const std::string& host : hosts) resolutions.emplace(host, Resolution{});
 
   // Every worker takes the next name until none is left; each result has its place, so nothing else is shared. The
   // calling thread works too, and alone where the system has no other thread to give.
   std::vector<std::map<std::string, Resolution>::value_type*> work;
   for (auto& entry : resolutions) {
-    if (!isDotted(entry.first)) work.push_back(&entry);
+    if (in_addr address{}; readDotted(entry.first, address)) {
+      entry.second.address = dotted(address);
+    } else {
+      work.push_back(&entry);
+    }
   }
   std::atomic<std::size_t> next{0};
   const auto resolveRest = [&work, &next] {

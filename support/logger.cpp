@@ -5,11 +5,14 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 
 #include "support/lock.h"
 #include "support/system_log.h"
@@ -74,10 +77,15 @@ __attribute__((format(printf, 1, 0))) std::string formatted(char const* format, 
 void writeStandardError(char const* label, const std::string& text) {
   std::string line = std::string(label) + " " + text;
   if (line.back() != '\n') line += '\n';
-  // A pipe that nobody reads any more would end the process (SIGPIPE), and one that nobody empties would stop it.
-  pollfd room{STDERR_FILENO, POLLOUT, 0};
-  if (poll(&room, 1, kPatienceMilliseconds) != 1 || room.revents != POLLOUT) return;
-  [[maybe_unused]] const ssize_t size = write(STDERR_FILENO, line.data(), line.size());
+  // A pipe that nobody reads any more would end the process (SIGPIPE), and one that nobody empties would stop it: where
+  // poll(2) sees room, there is room for PIPE_BUF bytes (pipe(7)).
+  for (std::string_view rest = line; !rest.empty();) {
+    pollfd room{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&room, 1, kPatienceMilliseconds) != 1 || room.revents != POLLOUT) return;
+    const ssize_t size = write(STDERR_FILENO, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
+    if (size <= 0) return;
+    rest.remove_prefix(static_cast<std::size_t>(size));
+  }
 }
 
 void writeLine(int level, char const* label, const std::string& text) {

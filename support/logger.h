@@ -31,8 +31,7 @@ class Logger {
   /// Sets the threshold; the last call wins, and the flag changes nothing.
   static void setPrintLevel(int level, bool);
 
-  /// Opens the system log (mode 3) under the ident, with the option and facility words of
-  /// openlog(3). False, and the
+  /// Opens the system log (mode 3) under the ident, with the option and facility words of openlog(3). False, and the
   /// channel unchanged, when the mode is another one or when nothing listens on the system log's socket.
   static bool setup(PrintMode const& mode, std::string const& ident, int const& option, int const& facility);
 

@@ -1,4 +1,4 @@
-// Commands and files of the system.
+// Commands and files of the system. Commands are for the main thread, reading is for any.
 #pragma once
 
 #include <string>

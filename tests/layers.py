@@ -32,8 +32,9 @@ FOREIGN = {"effects": ("json", "curl"), "support": ("json", "curl")}
 ACTS = "effects"
 ACTING = re.compile(
     r"(?<![\w.>:])(?:(?:std)?::)?(system|popen|v?fork|posix_spawnp?|exec[lv]p?e?|execvpe|killp?g?|waitp?id|f?chmod|umask"
-    r"|unlink|rename|mkdir|rmdir|creat|sem_open|sem_unlink|setsid|daemon|usleep|nanosleep|clock_nanosleep)\s*\((?!\w+ )")
-OPENING = re.compile(r'\b(O_WRONLY|O_RDWR|O_CREAT|O_TRUNC|O_APPEND|fstream|ofstream)\b|\b(fopen\s*\([^;"]*"[^"]*[wa+])')
+    r"|unlink|rename|mkdir|rmdir|creat|sem_open|sem_unlink|setsid|daemon|usleep|nanosleep|clock_nanosleep|syscall)\s*\(")
+OPENING = re.compile(r'\b(O_WRONLY|O_RDWR|O_CREAT|O_TRUNC|O_APPEND|fstream|ofstream|filebuf|freopen|fdopen|filesystem::'
+                     r'(?:create|remove|rename|copy|resize|permissions)\w*|fopen\s*\((?![^;]*,\s*"re?"\s*\)))')
 
 SOURCES = ("*.h", "*.cpp")
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(["<])([^">\n]+)[">]', re.MULTILINE)

@@ -80,7 +80,8 @@ class Layers(unittest.TestCase):
                      "execlp(a, b);", "execvp (a, b);", "kill(pid, SIGTERM);", "waitpid(pid, nullptr, 0);", "chmod(path, mode);",
                      "umask(0);", "unlink(path);", "sem_open(name, 0);", "setsid();", "open(path, O_WRONLY);",
                      "open(path, O_RDONLY | O_CREAT, 0644);", "std::ofstream file(path);", "#include <fstream>\n",
-                     'fopen(path, "w");', 'fopen(path.c_str(), "ae");', 'f("//"); unlink(path);'):
+                     'fopen(path, "w");', 'fopen("/run/x", "w");', "fopen(path, mode);", "usleep(seconds * 1000);",
+                     "system(x ? a : b);", "kill(pid == 0 ? 1 : pid, 9);", "std::filesystem::remove_all(path);", 'fopen(path.c_str(), "ae");', 'f("//"); unlink(path);'):
             with self.subTest(code):
                 status, output = run_on({**CLEAN, "configuration/act.cpp": code})
                 self.assertEqual(status, 1, output)
@@ -88,7 +89,7 @@ class Layers(unittest.TestCase):
 
     def test_what_only_looks_like_acting_passes(self):
         for code in ("// system(text)\n", "/* fork()\n kill(1) */", "effects().kill(pid);", "other->unlink(path);",
-                     "ZEL::System::system(text);", "filesystem(path);", "sleep(1);", 'fopen(path, "re");', "std::ifstream file;",
+                     "ZEL::System::system(text);", "filesystem(path);", "sleep(1);", 'fopen(path, "re");', 'fopen("/var/run/a", "r");', "std::ifstream file;",
                      "open(path, O_RDONLY);", "#include <sys/wait.h>\n"):
             with self.subTest(code):
                 self.assertEqual(run_on({**CLEAN, "configuration/act.cpp": code})[0], 0)

@@ -103,6 +103,15 @@ def test_no_program_can_create_what_group_or_others_may_write(make_router, argum
         assert router.process(int(router.read_file(PID_FILE))).facts()["umask"] == "0000"
 
 
+def test_whoever_starts_it_may_ignore_the_ends_of_children(make_router):
+    """A process that inherits this could otherwise not tell how any command ended, and every run would fail."""
+    ignoring = "import os, signal, sys; signal.signal(signal.SIGCHLD, signal.SIG_IGN); os.execv(sys.argv[1], sys.argv[1:])"
+    router = make_router(documents(gre("one")), wrapper=["/usr/bin/python3", "-c", ignoring])
+    router.make_ipsec_folders()
+    router.run("--printlvl", "0")
+    assert router.messages("ERROR") == [] and "firewall --init" in router.command_texts()
+
+
 # ---- the PID file ----
 
 def test_the_pid_file_holds_the_daemons_number(router):

@@ -1,12 +1,26 @@
 #include "api/query.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "tests/unit/harness/child_process.h"
+#include "tests/unit/harness/private_system.h"
 
 namespace {
+
+constexpr const char* kApiSocket = "/var/run/api/http.sock";
 
 TEST(AppendToString, appendsSizeTimesCountBytes) {
   const struct {
@@ -54,5 +68,42 @@ TEST(AppendToString, takesNothingWhereThereIsNoMemory) {
   EXPECT_EQ(body, "before");
 }
 #endif
+
+/// The descriptors of this process whose other end is the API's socket.
+std::vector<int> connectionsToTheApi() {
+  std::vector<int> connections;
+  for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+    sockaddr_un peer{};
+    socklen_t size = sizeof peer;
+    if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 && peer.sun_family == AF_UNIX &&
+        std::string(peer.sun_path) == kApiSocket)
+      connections.push_back(descriptor);
+  }
+  return connections;
+}
+
+/// A program that is run meanwhile, and lasts, would otherwise keep the connection open.
+TEST(QueryApi, keepsItsConnectionFromProgramsThatAreRun) {
+  SKIP_WITHOUT_NAMESPACES();
+  checkInChild([] {
+    enterPrivateMounts();
+    ASSERT_EQ(mount("none", "/run", "tmpfs", 0, nullptr), 0);
+    std::filesystem::create_directories(std::filesystem::path(kApiSocket).parent_path());
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{AF_UNIX, {}};
+    std::string_view(kApiSocket).copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    std::thread asking([] {
+      Json::Value result;
+      EXPECT_FALSE(queryApiQuiet(API_HOST "/api", result));
+    });
+    const int connection = accept(listener, nullptr, nullptr);
+    for (const int descriptor : connectionsToTheApi()) EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_EQ(connectionsToTheApi().size(), 1U);
+    close(connection);
+    asking.join();
+  });
+}
 
 }  // namespace

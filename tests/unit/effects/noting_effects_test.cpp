@@ -103,4 +103,30 @@ TEST(NotingEffects, GivesEveryChildANumberThatNoProcessHas) {
   for (const pid_t child : {first, second}) EXPECT_NE(kill(child, 0), 0);
 }
 
+TEST(NotingEffects, NotesWhatTheSystemWouldTake) {
+  using namespace std::string_literals;
+  NotingEffects noting;
+  noting.run("a\0b"s);
+  noting.writeFile("/f\0g"s, "te\0xt"s);
+  noting.setMode("/f\0h"s, 0600);
+  EXPECT_EQ(noting.subjects(Kind::kRun), std::vector<std::string>{"a"});
+  EXPECT_EQ(noting.files, (std::map<std::string, std::string>{{"/f", "te\0xt"s}}));
+  EXPECT_EQ(noting.modes.count("/f"), 1U);
+}
+
+TEST(NotingEffects, KnowsWhichChildrenLive) {
+  NotingEffects noting;
+  const auto become = [&noting] {
+    const std::vector<const char*> arguments{"p", nullptr};
+    noting.becomeProgram(arguments.data());
+  };
+  const pid_t failed = noting.startChild([] {});
+  const pid_t child = noting.startChild(become);
+  EXPECT_EQ(noting.lookAtChild(failed), ChildState::kGone);
+  noting.signalProcess(child, SIGHUP);
+  EXPECT_EQ(noting.lookAtChild(child), ChildState::kRunning);
+  noting.signalProcess(child, SIGTERM);
+  EXPECT_EQ(noting.lookAtChild(child), ChildState::kGone);
+}
+
 }  // namespace

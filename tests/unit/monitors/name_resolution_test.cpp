@@ -216,4 +216,10 @@ TEST(LogResolutionFailure, isOfTheWarningLevel) {
   EXPECT_EQ(log.text(), "");
 }
 
+TEST(ResolveHost, takesADottedAddressUpToANullByte) {
+  const std::string host("203.0.113.7\0x", 13);
+  EXPECT_EQ(resolveHost(host).address, "203.0.113.7");
+  EXPECT_EQ(resolveHosts({host}).at(host).address, "203.0.113.7");
+}
+
 }  // namespace

@@ -312,4 +312,20 @@ TEST(LoggerChannel, keepsTheLineEndInsideTheMessage) {
   });
 }
 
+/// A pipe that has room for one page, and so says that it has room, and that nobody reads.
+TEST(LoggerChannel, isNotStoppedByALineThatFindsRoomForAPartOnly) {
+  checkInChild([] {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_NONBLOCK), 0);
+    const std::string page(4096, 'x');
+    while (write(ends[1], page.data(), page.size()) > 0) {
+    }
+    std::string read(page.size(), '\0');
+    ASSERT_GT(::read(ends[0], read.data(), read.size()), 0);
+    fcntl(ends[1], F_SETFL, 0);
+    dup2(ends[1], STDERR_FILENO);
+    ZEL_LOG(ERROR, "%s", std::string(9000, 'y').c_str());
+  });
+}
+
 }  // namespace
