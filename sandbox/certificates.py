@@ -1,6 +1,5 @@
 """Outside: certificates for tunnels, made with the openssl command line when they are needed and kept nowhere."""
 
-import copy
 import functools
 import pathlib
 import subprocess
@@ -41,17 +40,21 @@ class Authority:
         return {"caCert": self.certificate, "localCert": own.certificate, "localPrivKey": own.key}
 
 
-def fill_placeholders(documents: dict, host: str = "router.example.net") -> dict:
-    """A copy of the API's documents in which the placeholders in tunnels' texts are replaced by fresh PEM texts, those of
-    one authority. `host` is the name of this end."""
-    filled = copy.deepcopy(documents)
+def fill_placeholders(document, host: str = "router.example.net"):
+    """A copy of any of the API's documents, or of all of them, in which the placeholders in texts are replaced by fresh
+    PEM texts, those of one authority. `host` is the name of this end."""
     members = functools.cache(lambda: Authority().members(host))
-    for tunnel in [*(filled.get("ipsecTunnels") or []), *(filled.get("ovpnTunnels") or [])]:
-        for name, value in tunnel.items():
-            for key, placeholder in PLACEHOLDERS.items():
-                if isinstance(value, str) and placeholder in value:
-                    value = tunnel[name] = value.replace(placeholder, members()[key])
-    return filled
+
+    def filled(value):
+        if isinstance(value, dict):
+            return {name: filled(member) for name, member in value.items()}
+        if isinstance(value, list):
+            return [filled(element) for element in value]
+        for key, placeholder in PLACEHOLDERS.items():
+            if isinstance(value, str) and placeholder in value:
+                value = value.replace(placeholder, members()[key])
+        return value
+    return filled(document)
 
 
 def _make(name: str, extensions: list[str], issuer: Credentials | None = None) -> Credentials:
