@@ -132,6 +132,13 @@ def test_both_ends_prove_who_they_are_and_packets_pass(make_router):
     assert re.search(r" [1-9]\d* bytes_o", pair.service.status())
 
 
+def test_a_key_that_is_missing_is_the_empty_one_and_the_ends_agree_on_it(make_router):
+    pair = Pair(make_router, lambda own, other: [psk_tunnel("open1", psk=None), psk_tunnel("open2", type="IKEv2", psk="")])
+    for name in ("open1", "open2"):
+        pair.wait_for("ESTABLISHED", name)
+        pair.wait_for("INSTALLED", name)
+
+
 def test_aggressive_mode_with_a_shared_key_is_called_but_not_answered(make_router):
     """The service starts it, and as it is delivered refuses it as the one that is called."""
     pair = Pair(make_router, lambda own, other: [psk_tunnel("quick", aggressiveMode=True)])
