@@ -7,6 +7,7 @@ import pytest
 
 from daemon_stories import (PID_FILE_AS_LOGGED, RUN_BEGINS, SEMAPHORE, documents, gre, refresh, runs, start,
                             wait_for_monitors, wait_until_idle)
+from sandbox import service_unit
 from sandbox.router import Router
 
 UNABLE = "WARNING [TUNNEL_MNGR] Unable to log to Syslog"
@@ -43,6 +44,17 @@ def test_a_line_is_written_when_its_level_is_at_most_the_print_level(make_router
 def test_without_a_print_level_only_errors_are_written(make_router):
     router = run_that_logs_at_every_level(make_router)
     assert {line.label for line in router.log_lines()} == {"ERROR"}
+
+
+def test_as_a_service_it_tells_of_a_wan_that_is_missing_and_of_a_name_that_is_unknown(make_router):
+    """It is started as the service unit starts it."""
+    router = make_router(documents(gre("one", "unknown.example"), wans=[]))
+    router.make_ipsec_folders()
+    assert router.run(*service_unit.arguments()).status == 0
+    router.wait_for("log", "[TUNNEL_MNGR] WAN Not Acquired.")
+    router.documents.update(documents(gre("one", "unknown.example")))
+    assert router.run().status == 0
+    router.wait_for("log", "[TUNNEL_MNGR][FQDN_MONITOR] The host [unknown.example] was not found.")
 
 
 def test_the_daemon_and_a_second_invocation_log_alike(router):
