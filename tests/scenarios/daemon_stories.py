@@ -183,5 +183,5 @@ def assert_in_order(events: list[Event], *expected: tuple[str, str]) -> None:
 
 
 def assert_no_instance(router: Router) -> None:
-    """Asserts that nothing marks a running instance."""
+    """Asserts that no instance is to be found."""
     assert not router.exists(SEMAPHORE) and not router.exists(PID_FILE)

@@ -1,4 +1,4 @@
-"""Daemon start: the process leaves its terminal, marks itself as the running instance, and makes a first run."""
+"""Daemon start: the process takes the semaphore, leaves its terminal and makes a first run."""
 
 import signal
 

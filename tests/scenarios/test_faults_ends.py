@@ -112,8 +112,8 @@ def test_a_daemon_that_is_stopped_in_a_run_ends_with_it(make_router, hold, phase
 
 
 def assert_killed_and_cleared_away(router: Router, process: Process, go_on: Callable[[], object] = lambda: None) -> None:
-    """Kills it, has that go on which it was waiting for, and starts it again: that clears its marks away and does no
-    more."""
+    """Kills it, has that go on which it was waiting for, and starts it again: that removes its semaphore and PID file
+    and does no more."""
     process.signal(signal.SIGKILL)
     assert process.wait_exit() == -signal.SIGKILL
     assert router.exists(SEMAPHORE)
@@ -169,7 +169,7 @@ def test_a_daemon_that_is_killed_at_rest(make_router):
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL])
 def test_a_start_that_is_ended_before_it_is_a_daemon(make_router, number):
-    """It has marked the instance and waits for the WAN list; nothing is torn down yet."""
+    """It has the semaphore and waits for the WAN list; nothing is torn down yet."""
     router = shimmed_router(make_router)
     router.api.on("wans", hang=True, times=1)
     starting = router.start("--daemonize")
@@ -218,7 +218,7 @@ def test_a_storm_of_requests_leaves_the_router_whole(make_router):
 
 
 def test_two_starts_at_once_give_one_daemon(make_router):
-    """The second finds the first without a PID file, takes it for dead and clears its mark away. The first goes on, and
+    """The second finds the first without a PID file, takes it for dead and removes its semaphore. The first goes on, and
     obeys signals; that it runs is seen again by starts after it has been restarted."""
     router = shimmed_router(make_router)
     publish(router, 1)

@@ -85,7 +85,7 @@ def test_a_daemon_that_starts_with_a_read_only_disk_is_whole_after_a_refresh(mak
 
 
 def test_a_daemon_that_starts_with_a_full_disk_has_an_empty_pid_file_until_it_is_restarted(make_router):
-    """The next invocation takes it for gone and clears away what marks it; it still obeys signals."""
+    """The next invocation takes it for gone and removes its semaphore; it still obeys signals."""
     router = shimmed_router(make_router)
     in_shell(router, FILL)
     story = Subject(router, whole=False)
@@ -107,7 +107,7 @@ SHARED_MEMORY = "mount -o remount,bind,rw /dev/shm"
 
 
 def test_without_shared_memory_no_start_succeeds_and_with_it_the_next_one_does(make_router):
-    """The instance could not be marked. It looks to the program as if another one were running."""
+    """There can be no semaphore. It looks to the program as if another one were there."""
     router = shimmed_router(make_router)
     in_shell(router, NO_SHARED_MEMORY)
     assert router.run("--daemonize", "--printlvl", "100").status == 1
@@ -120,7 +120,7 @@ def test_without_shared_memory_no_start_succeeds_and_with_it_the_next_one_does(m
     story.assert_ends()
 
 
-def test_a_mark_that_could_not_be_removed_is_cleared_away_by_the_next_start(make_router):
+def test_a_semaphore_that_could_not_be_removed_is_removed_by_the_next_start(make_router):
     story = subject(make_router)
     router = story.router
     in_shell(router, NO_SHARED_MEMORY)

@@ -35,7 +35,7 @@ def router_with_tunnels(make_router, **members) -> Router:
 
 
 def run_once(router: Router) -> None:
-    """One run in one-shot mode, which leaves with 0 whatever becomes of it and takes back what marked the instance."""
+    """One run in one-shot mode, which leaves with 0 whatever becomes of it and removes the semaphore."""
     done = router.run("--printlvl", "100")
     assert (done.status, done.stdout, done.stderr) == (0, "", "")
     assert_no_instance(router)

@@ -84,7 +84,7 @@ def test_white_space_around_the_number_does_not_matter(router, contents):
 
 
 def test_the_semaphore_is_there_from_the_start_to_the_end(router):
-    """It marks the instance before the first request goes out, and so before anything is torn down."""
+    """It is made before the first request goes out, and so before anything is torn down."""
     router.api.on("wans", hang=True, times=1)
     program = router.start()
     router.wait_for("api", "wans")

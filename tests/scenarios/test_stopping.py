@@ -1,4 +1,4 @@
-"""Stopping: SIGTERM ends the daemon soon and takes back what marks the instance, and the tunnels stay up."""
+"""Stopping: SIGTERM ends the daemon soon and removes semaphore and PID file, and the tunnels stay up."""
 
 import signal
 
@@ -86,8 +86,8 @@ def test_a_stop_that_comes_together_with_a_request_is_stronger(router):
 
 
 def test_a_daemon_that_is_on_its_way_out_leaves_its_successor_alone(router):
-    """A second SIGTERM, and the end of the process, must not remove what marks the instance that has started
-    meanwhile."""
+    """A second SIGTERM, and the end of the process, must not remove semaphore and PID file of the instance that
+    has started meanwhile."""
     hold_next_run(router)
     leaving = router.daemon("--printlvl", "100")
     wait_for_held_run(router)
