@@ -9,6 +9,11 @@ case "$1 $2 $4" in "link set up") exit 0 ;; esac
 exec /sbin/ip "$@"
 """
 
+IPSEC_WITHOUT_UMASK = """#!/bin/sh
+umask 0
+exec /usr/sbin/ipsec "$@"
+"""
+
 
 def wrong_secret(lab: Lab) -> None:
     lab.b.documents.ipsec[0]["psk"] += "x"
@@ -22,8 +27,13 @@ def link_left_down(lab: Lab) -> None:
     lab.a.install("ip", IP_WITHOUT_UP)
 
 
+def open_files(lab: Lab) -> None:
+    lab.a.install("ipsec", IPSEC_WITHOUT_UMASK)
+
+
 FAULTS: dict[str, Callable[[Lab], None]] = {
     "wrong-secret": wrong_secret,
     "missing-route": missing_route,
     "link-left-down": link_left_down,
+    "open-files": open_files,
 }

@@ -2,6 +2,7 @@
 
 import json
 import re
+import stat
 
 # What every router has anyway: its wires, and what the kernel makes in each namespace once it knows GRE.
 FIXED_DEVICES = {"lo", "wan", "lan", "gre0", "gretap0", "erspan0"}
@@ -84,6 +85,13 @@ def sections(text: str) -> list[tuple[str, str]]:
         ends = f"{values.get('left')} to {values.get('right')}"
         found.append((name, f"{ends}, {values.get('keyexchange')}, {values.get('authby')}"))
     return found
+
+
+def open_to_writing(modes: dict[str, int]) -> list[str]:
+    """By the modes of paths: what others may write, and the regular files that the group may, like "0666 /run/a.pid". A
+    symbolic link has no mode of its own."""
+    return [f"{stat.S_IMODE(mode):04o} {path}" for path, mode in sorted(modes.items())
+            if not stat.S_ISLNK(mode) and mode & (stat.S_IWOTH | (stat.S_IWGRP if stat.S_ISREG(mode) else 0))]
 
 
 def run_seconds(events: list[dict]) -> list[float]:

@@ -1,5 +1,6 @@
 """A router: a node with the daemon's fixed paths, a configuration API, a system log and the services, all its own."""
 
+import contextlib
 import json
 import os
 import pathlib
@@ -17,6 +18,9 @@ from sandbox.syslog_collector import SyslogCollector
 PID_FILE = "/run/tunnel_mngr.pid"
 INSTANCE = "/dev/shm/sem.TUNNEL_MANAGER"
 FIREWALL_RECORD = "/run/lab/firewall"
+RUN_FOLDERS = ("/run", "/var/run")  # the latter may be a link to the former
+AS_NOBODY = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
+OPEN_EACH = 'for path; do true >>"$path" && echo "$path"; done 2>/dev/null; true'
 DAEMON_ARGUMENTS = ["-d", "-p", "100"]
 SEARCH_PATH = "/run/lab/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 # Of the IPsec service's plugins, those that the tunnels need, whichever the machine has. strongswan.conf(5)
@@ -25,16 +29,19 @@ PLUGINS = ("aesni", "aes", "sha1", "sha2", "md5", "hmac", "gmp", "random", "nonc
 
 # The files of /etc that differ from the machine's are mounted over those. The IPsec service is given the daemon's files
 # where it expects its own; on a router a link or a setting of the service does the same. It repeats what nobody answers
-# every second, not after 4, 11, 24 and 47 seconds: the lab measures the daemon, not these pauses.
+# every second, not after 4, 11, 24 and 47 seconds: the lab measures the daemon, not these pauses. The new /dev is put
+# together below /run and does not stay there: nothing below /run is to be writable by anybody.
 FURNISHING = """
 set -e
 mount --make-rprivate /
 mount -t tmpfs -o mode=755 run /run
 mkdir -p /run/api /run/ipsec/cacerts /run/ipsec/certs /run/ipsec/private /run/lab/bin
-mkdir -p /run/dev/net /run/dev/pts /run/dev/shm
 touch /run/ipsec/ipsec.conf /run/ipsec/ipsec.secrets
 mount -t proc proc /proc
 mount -t sysfs sys /sys
+mkdir /run/dev
+mount -t tmpfs -o mode=755 dev /run/dev
+mkdir /run/dev/net /run/dev/pts /run/dev/shm
 cd /dev
 cp -a null zero full random urandom tty /run/dev
 cp -a net/tun /run/dev/net
@@ -42,7 +49,8 @@ mount --rbind pts /run/dev/pts
 mount -t tmpfs -o mode=1777 shm /run/dev/shm
 ln -s pts/ptmx /run/dev/ptmx
 ln -s /proc/self/fd /run/dev/fd
-mount --rbind /run/dev /dev
+mount --move /run/dev /dev
+rmdir /run/dev
 cd /run/lab
 echo 'nameserver {name_server}' >resolv.conf
 echo '127.0.0.1 localhost' >hosts
@@ -111,9 +119,10 @@ class Router(Node):
         self._api.set_documents(documents)
 
     def _run_program(self, arguments: list[str]) -> int:
+        """With a umask of 0, so that it is the daemon alone that keeps anything from being writable."""
         # A daemon keeps its standard output for life, so nobody may wait for the end of it.
         return subprocess.run([self._program, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, timeout=COMMAND_SECONDS).returncode
+                              stderr=subprocess.DEVNULL, timeout=COMMAND_SECONDS, umask=0).returncode
 
     def _processes(self) -> list[tuple[int, list[str]]]:
         found = []
@@ -125,6 +134,15 @@ class Router(Node):
             if arguments and pid not in (1, os.getpid()):
                 found.append((pid, [os.fsdecode(argument) for argument in arguments]))
         return found
+
+    def _modes(self) -> dict[str, int]:
+        modes = {}
+        for top in {os.path.realpath(path) for path in RUN_FOLDERS}:
+            for folder, _, files in os.walk(top):
+                for path in (folder, *(os.path.join(folder, name) for name in files)):
+                    with contextlib.suppress(FileNotFoundError):  # it has just gone
+                        modes[path] = os.lstat(path).st_mode
+        return modes
 
     # ---- what a step does ----
 
@@ -196,6 +214,14 @@ class Router(Node):
 
     def files(self, folder: str) -> list[str]:
         return sorted(os.listdir(self.path(folder)))
+
+    def modes(self) -> dict[str, int]:
+        """By path, the mode of /run and of all that is below it, with the kind of file."""
+        return self.ask("_modes")
+
+    def writable_by_anybody(self, *paths: str) -> list[str]:
+        """Those files that an unprivileged user can open for writing, found out by trying."""
+        return self.command(*AS_NOBODY, "sh", "-c", OPEN_EACH, "sh", *paths).splitlines()
 
     def events(self) -> list[dict]:
         """What has been recorded so far."""

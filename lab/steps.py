@@ -18,6 +18,7 @@ PINGS = 5
 WAN_PERIOD, NAME_PERIOD = 30, 60  # seconds between two looks of the monitors
 SLACK = 30  # seconds; a pass that pings a far end delays a run by 12, and the processor may be an emulated one
 GRE_A, GRE_B, IPSEC = "Branch Office 1", "Head Office", "office"
+PID_FILES = (PID_FILE, "/run/charon.pid", "/run/starter.charon.pid")
 AUTHENTICATION = {"IKEv1": "pre-shared key", "IKEv2": "pre-shared key", "certificates": "public key"}
 COMPLAINT = re.compile(r"charon: .*(decrypt|AUTH\w*FAIL|NO_PROP|no (IKE|matching|shared|private|trusted)|mismatch)")
 
@@ -165,6 +166,22 @@ def openvpn_static(lab: Lab) -> str:
     return ""
 
 
+def modes(lab: Lab) -> str:
+    """Of all that daemon and services have made below /run by now. Whoever writes a PID file chooses the process that
+    root kills, so that is tried as well, and on a file that anybody may write, or the attempt is none."""
+    found = {router: router.modes() for router in lab.topology.routers}
+    for router, paths in found.items():
+        require(f"{router.name} has {', '.join(PID_FILES)}", paths.keys() >= set(PID_FILES))
+    offenders = [f"{router.name} {offender}" for router, paths in found.items()
+                 for offender in readings.open_to_writing(paths)]
+    require(f"nobody else may write below /run, but {', '.join(offenders)}", not offenders)
+    for router, paths in found.items():
+        written = router.writable_by_anybody("/dev/null", *(path for path in paths if path.endswith(".pid")))
+        require("an unprivileged user can write /dev/null", written[:1] == ["/dev/null"])
+        require(f"it cannot write a PID file of {router.name}, but {', '.join(written[1:])}", not written[1:])
+    return f"{sum(map(len, found.values()))} paths"
+
+
 def wan_changed(lab: Lab) -> str:
     with Silence(lab.topology, lab.folder) as silence:
         lab.wait("answers on all ways", lambda: not silence.silent())
@@ -281,6 +298,8 @@ STEPS = (
     Step("Child killed", "another openvpn child takes its place, without a run; packets cross", 90, child_killed),
     Step("OpenVPN, static key", "host to host, counted on the device; connect files of both routers say connected", 90,
          openvpn_static),
+    Step("Modes", "nothing below /run is writable by others, and no file by its group; an unprivileged user cannot "
+         "write a PID file", 60, modes),
     Step("WAN changed", "the WAN monitor sees it and all is rebuilt on the new address; the peer's name monitor "
          "follows; packets cross all tunnels", 240, wan_changed),
 )

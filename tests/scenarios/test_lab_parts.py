@@ -13,7 +13,7 @@ from types import SimpleNamespace
 
 import pytest
 
-from lab import cpio, readings, report, state
+from lab import cpio, readings, report, router, state
 from lab.documents import Documents, Keys
 from lab.faults import FAULTS
 from lab.steps import Step, write_documents
@@ -129,6 +129,29 @@ def test_a_section_that_stands_there_twice_is_found_twice():
     assert readings.sections(text + text) == [("office_10", "192.0.2.1 to 192.0.2.2, ikev1, secret")] * 2
 
 
+@pytest.mark.parametrize("mode, is_open", [
+    (stat.S_IFREG | 0o644, False), (stat.S_IFREG | 0o664, True), (stat.S_IFREG | 0o646, True),
+    (stat.S_IFREG | 0o600, False), (stat.S_IFDIR | 0o755, False), (stat.S_IFDIR | 0o775, False),
+    (stat.S_IFDIR | 0o757, True), (stat.S_IFDIR | 0o1777, True), (stat.S_IFSOCK | 0o770, False),
+    (stat.S_IFSOCK | 0o777, True), (stat.S_IFIFO | 0o622, True), (stat.S_IFLNK | 0o777, False)])
+def test_nothing_is_open_to_others_and_no_file_to_its_group(mode, is_open):
+    found = readings.open_to_writing({"/run": stat.S_IFDIR | 0o755, "/run/it": mode})
+    assert found == ([f"{stat.S_IMODE(mode):04o} /run/it"] if is_open else [])
+
+
+def test_a_router_lists_the_modes_of_all_below_its_folders(tmp_path, monkeypatch):
+    (tmp_path / "run" / "deep").mkdir(parents=True)
+    (tmp_path / "run" / "deep" / "file").write_text("")
+    (tmp_path / "run" / "deep" / "file").chmod(0o606)
+    (tmp_path / "run" / "nowhere").symlink_to("/nowhere")
+    (tmp_path / "old").symlink_to("run")
+    monkeypatch.setattr(router, "RUN_FOLDERS", (str(tmp_path / "run"), str(tmp_path / "old")))
+    modes = router.Router._modes(None)
+    assert sorted(path.removeprefix(str(tmp_path)) for path in modes) == ["/run", "/run/deep", "/run/deep/file",
+                                                                         "/run/nowhere"]
+    assert readings.open_to_writing(modes) == [f"0606 {tmp_path}/run/deep/file"]
+
+
 def test_runs_are_counted_by_their_ends():
     events = [{"time": time, "text": text} for time, text in
               ((1.0, "INFO [TUNNEL_MNGR] MANAGING TUNNELS"), (2.0, "something else"),
@@ -225,7 +248,7 @@ def contents(lab: SimpleNamespace) -> tuple[dict, dict]:
 
 
 def test_each_fault_is_one_of_those_tested_here():
-    assert set(FAULTS) == {"wrong-secret", "missing-route", "link-left-down"}
+    assert set(FAULTS) == {"wrong-secret", "missing-route", "link-left-down", "open-files"}
 
 
 def test_a_wrong_secret_is_one_of_router_b_only(sound):
@@ -259,6 +282,16 @@ def test_a_link_left_down_is_one_that_ip_is_not_told_to_set_up(sound, tmp_path, 
     program.write_text(sound.a.programs["ip"].replace("/sbin/ip", "echo"))
     result = subprocess.run(["sh", program, *arguments.split()], capture_output=True, text=True, check=True)
     assert result.stdout == (f"{arguments}\n" if passed_on else "")
+
+
+def test_open_files_are_what_an_ipsec_without_a_umask_makes(sound, tmp_path):
+    before = contents(sound)
+    FAULTS["open-files"](sound)
+    assert contents(sound) == before
+    program = tmp_path / "ipsec"
+    program.write_text(sound.a.programs["ipsec"].replace("/usr/sbin/ipsec", "echo $(umask)"))
+    result = subprocess.run(["sh", program, "stop"], capture_output=True, text=True, check=True, umask=0o077)
+    assert result.stdout == "0000 stop\n"
 
 
 def test_certificates_are_signed_by_the_authority(keys):
