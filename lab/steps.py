@@ -1,26 +1,22 @@
 """The steps in their order. Each returns a note on what it saw, or raises Unmet."""
 
 import functools
-import re
-import secrets
 import signal
 import time
 from collections.abc import Callable
 from typing import NamedTuple
 
 from lab import readings, state
+from lab.checks import complaint, count, require_prompt, search_capture
 from lab.lab import Lab, require
-from lab.router import FIREWALL_RECORD, INSTANCE, PID_FILE, Router
+from lab.router import FIREWALL_RECORD, INSTANCE, PID_FILE
 from lab.topology import KINDS, SITE_A, SITE_B
-from lab.traffic import Capture, Silence
+from lab.traffic import Silence
 
-PINGS = 5
 WAN_PERIOD, NAME_PERIOD = 30, 60  # seconds between two looks of the monitors
-SLACK = 30  # seconds; a pass that pings a far end delays a run by 12, and the processor may be an emulated one
 GRE_A, GRE_B, IPSEC = "Branch Office 1", "Head Office", "office"
 PID_FILES = (PID_FILE, "/run/charon.pid", "/run/starter.charon.pid")
 AUTHENTICATION = {"IKEv1": "pre-shared key", "IKEv2": "pre-shared key", "certificates": "public key"}
-COMPLAINT = re.compile(r"charon: .*(decrypt|AUTH\w*FAIL|NO_PROP|no (IKE|matching|shared|private|trusted)|mismatch)")
 
 
 def write_documents(lab: Lab) -> None:
@@ -225,41 +221,6 @@ def follow_wan(lab: Lab, change: Callable[[], None]) -> None:
     with lab.run_on(lab.a):
         change()
     require("no name monitor of router-a asked for the run", lab.a.name_changes() == name_changes)
-
-
-def count(lab: Lab, kind: str, counter: Callable[[], int]) -> None:
-    """Until a burst of echo requests is answered and the counter has seen all of its packets. One burst may not do:
-    when both sides begin at once, an IPsec service closes one of two connections, and its counters go with it."""
-
-    def burst() -> bool:
-        start = counter()
-        return lab.topology.crossing([kind], requests=PINGS) != set() and counter() - start >= 2 * PINGS
-
-    lab.wait(f"{PINGS} echo requests through {KINDS[kind]} answered and counted", burst)
-
-
-def search_capture(lab: Lab) -> None:
-    """Looks on the WAN for what is sent through the tunnel. What is sent beside it must be found, or the search is
-    blind."""
-    hidden, plain = secrets.token_hex(16), secrets.token_hex(16)
-    capture = Capture(lab.topology.network, "wan-a", lab.folder)
-    capture.start(lab.wait)
-    lab.wait("an echo request through IPsec answered", lambda: lab.topology.crossing(["ipsec"], pattern=hidden))
-    lab.a.command("ping", "-c1", "-W5", "-p", plain, SITE_B.wan)
-    capture.stop(lab.wait)
-    require("the capture holds what is sent beside the tunnel", bytes.fromhex(plain) in capture.contents)
-    require("the capture does not hold what is sent through it", bytes.fromhex(hidden) not in capture.contents)
-
-
-def require_prompt(router: Router, changed: float, period: int) -> None:
-    """`router` has just ended the run that its monitor asked for, which looks every `period` seconds."""
-    waited, longest = time.monotonic() - changed - router.run_seconds()[-1], period + SLACK
-    require(f"the run of {router.name} begins within {longest} s, but after {waited:.0f} s", waited < longest)
-
-
-def complaint(router: Router) -> str:
-    """The last that the IPsec service did not like."""
-    return next((line for line in reversed(router.log()) if COMPLAINT.search(line)), "")
 
 
 class Step(NamedTuple):
