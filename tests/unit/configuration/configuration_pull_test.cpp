@@ -2,7 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
+#include "monitors/fqdn_monitor.h"
+#include "support/logger.h"
+#include "tests/unit/harness/api_server.h"
+#include "tests/unit/harness/captured_log.h"
+#include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/json_document.h"
+#include "tests/unit/harness/private_system.h"
 
 namespace {
 
@@ -25,6 +33,48 @@ TEST(CheckPeriodMinutes, isCutTo16BitsAndNeverZero) {
 TEST(CheckPeriodMinutes, throwsForWhatIsNoPeriod) {
   for (const char* checkPeriod : {"-1", "-0.5", "4294967296", "1e10", R"("5")", R"("")", "[]", "{}", "[5]"}) {
     EXPECT_THROW(checkPeriodMinutes(jsonOf(checkPeriod)), Json::LogicError) << checkPeriod;
+  }
+}
+
+const std::string kGoodRecords =
+    R"({"name":"gre","enabled":true,"remoteIp":"203.0.113.7","remoteWanIp":"203.0.113.8","checkPeriod":5},)"
+    R"({"name":"off","enabled":false,"remoteIp":"203.0.113.9","remoteWanIp":"203.0.113.9"})";
+const std::string kPulling = "INFO Pulling Current Configurations\n";
+const std::string kGreLines =
+    "INFO [TUNNEL_MNGR] GRE tunnel [203.0.113.7][203.0.113.7] period 5\n"
+    "INFO [TUNNEL_MNGR] GRE tunnel [off] disabled\n";
+const std::string kIpsecLines =
+    "INFO [TUNNEL_MNGR] ipsec tunnel [203.0.113.8][203.0.113.8] period 5\n"
+    "INFO [TUNNEL_MNGR] ipsec tunnel [off] disabled\n";
+
+/// Their hosts are collected before any of them is announced, and yet the bad one costs only itself and what is behind.
+TEST(PullConfigurations, KeepsWhatStandsBeforeARecordThatIsNoObject) {
+  SKIP_WITHOUT_NAMESPACES();
+  for (const char* bad : {"5", "5.5", "true", "false", R"("text")", "[]", R"([{"name":"in a list"}])"}) {
+    const std::string records = "[" + kGoodRecords + "," + bad + "," + kGoodRecords + "]";
+    const struct {
+      std::string document;
+      std::string log;
+      std::size_t monitors;
+    } rows[] = {
+        {R"({"greTunnels":)" + records + "}", kPulling + kGreLines, 1},
+        {R"({"ipsecTunnels":)" + records + "}", kPulling + kIpsecLines, 1},
+        {R"({"greTunnels":[)" + kGoodRecords + R"(],"ipsecTunnels":)" + records + "}",
+         kPulling + kGreLines + kIpsecLines, 2},
+    };
+    for (const auto& row : rows) {
+      SCOPED_TRACE(row.document);
+      checkInChild([&row] {
+        enterPrivateMounts();
+        const ApiServer api({{"/api?fields=greTunnels,ipsecTunnels,ni", row.document}});
+        const CapturedLog log(ZEL::Logger::PrintLevel::TRACE_LEVEL);
+        Json::Value gre;
+        Json::Value ipsec;
+        EXPECT_THROW(pullConfigurations(gre, ipsec), Json::LogicError);
+        EXPECT_EQ(log.text(), row.log);
+        EXPECT_EQ(v_apFqdnMonitor.size(), row.monitors);
+      });
+    }
   }
 }
 

@@ -123,6 +123,7 @@ TEST(RealSemaphore, IsTheOwnersAloneAndMadeOnce) {
   SKIP_WITHOUT_NAMESPACES();
   checkInChild([] {
     enterPrivateMemory();
+    umask(0);  // the daemon's own
     sem_t* const semaphore = effects().createSemaphore("TEST");
     ASSERT_NE(semaphore, SEM_FAILED);
     EXPECT_EQ(modeOf("/dev/shm/sem.TEST"), 0600U);

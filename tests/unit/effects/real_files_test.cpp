@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "tests/unit/harness/descriptors.h"
 #include "tests/unit/openvpn/workshop.h"
 
 namespace {

@@ -72,7 +72,7 @@ std::string whyNoNamespaces() {
 
 void enterPrivateMounts() {
   unshareMounts(0);
-  checked(mount("none", "/dev", "tmpfs", 0, nullptr), "mount /dev");
+  for (const char* folder : {"/dev", "/var/run"}) checked(mount("none", folder, "tmpfs", 0, nullptr), folder);
 }
 
 void enterPrivateNetwork() {

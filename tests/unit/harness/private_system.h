@@ -17,7 +17,8 @@
 /// Why processes may have no namespaces of their own, or "" when they may.
 std::string whyNoNamespaces();
 
-/// Mounts that nobody else sees, and an empty "/dev": no system log listens.
+/// Mounts that nobody else sees, and nothing in "/dev" and "/var/run": no system log and no API listens, no instance
+/// has left its marks.
 void enterPrivateMounts();
 
 /// A network with nothing but the loopback interface, which is up, and mounts that nobody else sees.

@@ -8,12 +8,10 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "effects/noting_effects.h"
 #include "support/logger.h"
 #include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/system_call_filter.h"
@@ -172,47 +170,6 @@ TEST_F(Supervision, StopReturnsWhenTheChildIsGone) {
   EXPECT_EQ(tunnel.pid, 0);
   EXPECT_EQ(kill(child, 0), -1);
   EXPECT_EQ(errno, ESRCH);
-}
-
-/// A child that ends some time after it was first asked to. Only pauses take time.
-class SlowChild : public NotingEffects {
- public:
-  explicit SlowChild(std::chrono::milliseconds takes) : takes_(takes) {}
-
-  bool signalProcess(pid_t process, int signal) override {
-    EXPECT_EQ(process, kPid);
-    EXPECT_EQ(signal, SIGTERM);
-    asked.push_back(std::chrono::duration_cast<std::chrono::milliseconds>(now() - begin_));
-    return true;
-  }
-  ChildState lookAtChild(pid_t) override { return now() - begin_ >= takes_ ? ChildState::kGone : ChildState::kRunning; }
-  std::chrono::milliseconds lifetime() { return std::chrono::duration_cast<std::chrono::milliseconds>(now() - begin_); }
-
-  static constexpr pid_t kPid = 4711;
-  std::vector<std::chrono::milliseconds> asked;
-
- private:
-  const std::chrono::milliseconds takes_;
-  const std::chrono::steady_clock::time_point begin_ = now();
-};
-
-TEST_F(Supervision, StopAsksOnceASecondAndSeesTheEndWithinMilliseconds) {
-  using std::chrono::milliseconds;
-  const struct {
-    int takes;
-    std::size_t asked;
-  } rows[] = {{0, 1}, {5, 1}, {995, 1}, {1005, 2}, {2500, 3}, {59995, 60}};
-  for (const auto& row : rows) {
-    SlowChild child{milliseconds(row.takes)};
-    const ActingAs as(child);
-    OvpnTnl tunnel(conf("a"));
-    tunnel.pid = SlowChild::kPid;
-    tunnel.stop();
-    EXPECT_EQ(tunnel.pid, 0);
-    ASSERT_EQ(child.asked.size(), row.asked) << row.takes;
-    for (std::size_t i = 0; i < child.asked.size(); ++i) EXPECT_EQ(child.asked[i], milliseconds(1000 * i));
-    EXPECT_LE(child.lifetime(), milliseconds(row.takes + 10));
-  }
 }
 
 TEST_F(Supervision, StopAsksAChildThatDoesNotListenAgainAndAgain) {

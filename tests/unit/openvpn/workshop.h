@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -117,11 +116,6 @@ class Workshop : public ::testing::Test {
       _exit(body());
     }
     return child;
-  }
-
-  static std::size_t openDescriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
   }
 
   /// A tunnel's configuration with its files in the test's directory.

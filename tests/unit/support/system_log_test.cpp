@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "tests/unit/harness/child_process.h"
+#include "tests/unit/harness/descriptors.h"
 #include "tests/unit/harness/private_system.h"
 #include "tests/unit/harness/waiting.h"
 
@@ -143,6 +144,30 @@ TEST(SystemLog, findsARestartedSystemLogAgain) {
     log.write(LOG_ERR, "back");
     EXPECT_THAT(collector->receive().value_or("none"), EndsWith(" IDENT: back"));
     EXPECT_EQ(collector->receiveNow(), std::nullopt);
+  });
+}
+
+TEST(SystemLog, hasOneDescriptorHoweverOftenItConnects) {
+  SKIP_WITHOUT_NAMESPACES();
+  checkInChild([] {
+    enterPrivateMounts();
+    std::optional<DatagramSocket> collector(DatagramSocket::ofSystemLog());
+    const std::size_t before = openDescriptors();
+    SystemLog log;
+    for (int i = 0; i < 3; ++i) {
+      ASSERT_TRUE(log.open("IDENT", 0, 0));
+      EXPECT_EQ(openDescriptors(), before + 1);
+    }
+    for (int i = 0; i < 3; ++i) {
+      collector.reset();
+      collector.emplace(DatagramSocket::ofSystemLog());
+      log.write(LOG_ERR, "back");
+      EXPECT_THAT(collector->receive().value_or("none"), EndsWith(" IDENT: back"));
+      EXPECT_EQ(openDescriptors(), before + 1);
+    }
+    collector.reset();
+    EXPECT_FALSE(log.open("IDENT", 0, 0));
+    EXPECT_EQ(openDescriptors(), before) << "that of the connection, without the collector's";
   });
 }
 

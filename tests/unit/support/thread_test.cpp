@@ -10,41 +10,21 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <functional>
 #include <future>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "support/native_thread.h"
 #include "tests/unit/harness/captured_log.h"
 #include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/threads.h"
 #include "tests/unit/harness/waiting.h"
+#include "tests/unit/support/test_thread.h"
 
 namespace {
 
 using std::chrono::milliseconds;
-using ZEL::Lock;
-using ZEL::LockGuard;
-using ZEL::Thread;
-
-/// A thread whose body a test writes.
-class TestThread : public Thread {
- public:
-  explicit TestThread(std::function<void(TestThread&)> body, const std::string& name = "TEST")
-      : Thread(name, true), body_(std::move(body)) {}
-  ~TestThread() override { stop(); }
-
-  void run() override { body_(*this); }
-
-  using Thread::callUnlessCanceled;
-
- private:
-  const std::function<void(TestThread&)> body_;
-};
 
 TEST(Thread, runsItsBodyOnAThreadOfItsOwn) {
   std::promise<std::thread::id> ran;
@@ -98,10 +78,17 @@ TEST(Thread, stopsAtOnceWhenItWasNeverStarted) {
 }
 
 TEST(Thread, stopsTwice) {
-  TestThread thread([](TestThread& self) { self.sleep(kTooLong); });
+  int ends = 0;  // not atomic: the first stop orders the write before the read
+  TestThread thread([&ends](TestThread& self) {
+    self.sleep(kTooLong);
+    ++ends;
+  });
   thread.start();
-  thread.stop();
-  thread.stop();
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_LT(timeOf([&thread] { thread.stop(); }), kDeadline);
+    EXPECT_EQ(ends, 1);
+    EXPECT_TRUE(thread.isCanceled());
+  }
 }
 
 TEST(Thread, runsOnce) {
@@ -185,105 +172,6 @@ TEST(Thread, staysUnstartedWhereThereIsNoThread) {
     thread.stop();
     EXPECT_TRUE(thread.isCanceled());
   });
-}
-
-TEST(ThreadLock, isTakenWhenItIsFree) {
-  Lock lock;
-  std::promise<bool> taken;
-  TestThread thread([&lock, &taken](TestThread& self) {
-    if (!self.lockUnlessCanceled(lock)) return taken.set_value(false);
-    lock.unlock();
-    taken.set_value(true);
-  });
-  thread.start();
-  EXPECT_TRUE(taken.get_future().get());
-}
-
-TEST(ThreadLock, isWaitedFor) {
-  Lock lock;
-  std::promise<void> begun;
-  std::atomic<bool> taken{false};
-  TestThread thread([&](TestThread& self) {
-    begun.set_value();
-    if (!self.lockUnlessCanceled(lock)) return;
-    taken = true;
-    lock.unlock();
-  });
-  {
-    const LockGuard guard(lock);
-    thread.start();
-    begun.get_future().wait();
-    EXPECT_FALSE(taken);
-  }
-  EXPECT_TRUE(eventually([&taken] { return taken.load(); }));
-}
-
-TEST(ThreadLock, isGivenUpWhenStoppedByTheOneWhoHoldsIt) {
-  Lock lock;
-  std::promise<void> begun;
-  bool taken = false;
-  TestThread thread([&](TestThread& self) {
-    begun.set_value();
-    if (!self.lockUnlessCanceled(lock)) return;
-    taken = true;
-    lock.unlock();
-  });
-  const LockGuard guard(lock);
-  thread.start();
-  begun.get_future().wait();
-  EXPECT_LT(timeOf([&thread] { thread.stop(); }), kDeadline);
-  EXPECT_FALSE(taken);
-}
-
-TEST(ThreadLock, isNotTakenByAThreadThatIsCanceled) {
-  Lock lock;
-  bool taken = false;
-  TestThread thread([&lock, &taken](TestThread& self) {
-    while (!self.isCanceled()) self.sleep(kTooLong);
-    if (!self.lockUnlessCanceled(lock)) return;
-    taken = true;
-    lock.unlock();
-  });
-  thread.start();
-  thread.stop();
-  EXPECT_FALSE(taken);
-}
-
-TEST(ThreadCall, givesItsResult) {
-  std::promise<std::optional<std::string>> result;
-  TestThread thread([&result](TestThread& self) {
-    result.set_value(self.callUnlessCanceled<std::string>(ZEL::kThreadStackBytes, [] { return "answer"; }));
-  });
-  thread.start();
-  EXPECT_EQ(result.get_future().get(), "answer");
-  EXPECT_TRUE(eventually([] { return ZEL::Cancellation::callsUnderWay() == 0; }));
-}
-
-TEST(ThreadCall, isAbandonedWhenTheThreadIsStopped) {
-  // Shared, since the call outlives the thread and this test's scope, too, were it to fail.
-  struct Shared {
-    std::promise<void> begun;
-    std::promise<void> letGo;
-  };
-  const auto shared = std::make_shared<Shared>();
-  bool abandoned = false;
-  {
-    TestThread thread([&abandoned, shared](TestThread& self) {
-      const auto result = self.callUnlessCanceled<std::string>(ZEL::kThreadStackBytes, [shared] {
-        shared->begun.set_value();
-        shared->letGo.get_future().wait();
-        return std::string(100000, 'x');  // comes when nobody is there any more
-      });
-      abandoned = !result;
-    });
-    thread.start();
-    shared->begun.get_future().wait();
-    EXPECT_LT(timeOf([&thread] { thread.stop(); }), kDeadline);
-  }
-  EXPECT_TRUE(abandoned);
-  EXPECT_EQ(ZEL::Cancellation::callsUnderWay(), 1);
-  shared->letGo.set_value();
-  EXPECT_TRUE(eventually([&shared] { return ZEL::Cancellation::callsUnderWay() == 0 && shared.use_count() == 1; }));
 }
 
 }  // namespace
