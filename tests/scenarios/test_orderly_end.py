@@ -4,7 +4,7 @@ import signal
 
 import pytest
 
-from daemon_stories import assert_no_instance, documents, gre, refresh, start, wait_for_threads
+from daemon_stories import assert_no_instance, documents, gre, preloaded, refresh, start, wait_for_threads
 
 FIRST_CHECK = 75  # seconds until the FQDN monitors have looked their names up, with some to spare
 FIRST_WAN_CHECK = 45  # the same for the WAN monitor
@@ -31,6 +31,33 @@ def test_a_request_of_the_wan_monitor_that_hangs_does_not_hold_up_the_end(router
         router.wait_until(lambda: daemon.threads() > threads, "the WAN monitor's request", FIRST_WAN_CHECK)
     assert daemon.terminate(timeout=PROMPTLY) == 0
     assert_no_instance(router)
+
+
+# A library that notes the number of each process in which its destructor runs.
+DESTROYED = "/run/destroyed"
+NOTED_DESTRUCTION = f"""
+__attribute__((destructor)) static void note(void) {{
+  FILE *const file = fopen("{DESTROYED}", "a");
+  fprintf(file, "%d\\n", getpid());
+  fclose(file);
+}}
+"""
+
+
+@pytest.mark.slow
+@pytest.mark.parametrize("abandoned", [True, False], ids=["a call is abandoned", "no call is under way"])
+def test_libraries_are_destroyed_at_the_end_unless_a_call_may_still_be_inside_them(make_router, tmp_path, abandoned):
+    router = make_router(environment=preloaded(tmp_path, NOTED_DESTRUCTION))
+    router.make_ipsec_folders()
+    daemon = start(router)
+    if abandoned:
+        mark = router.mark("the API is silent")
+        router.api.on("wans", hang=True)
+        router.wait_for("api", "/api/waninfo/wans", since=mark, timeout=FIRST_WAN_CHECK)
+    assert daemon.terminate(timeout=PROMPTLY) == 0
+    destroyed = router.read_file(DESTROYED).split()
+    assert len(destroyed) == (1 if abandoned else 2)  # the process that was started has left its daemon with exit(3)
+    assert (str(daemon.pid) in destroyed) == (not abandoned)
 
 
 @pytest.mark.slow
