@@ -1,4 +1,5 @@
-"""Configuration API: libcurl fails before a request is made. A shared object loaded before libcurl takes its place."""
+"""Configuration API: what libcurl is asked for, and what becomes of a request that it refuses before it is made. A shared
+object loaded before libcurl takes its place."""
 
 import subprocess
 
@@ -6,8 +7,11 @@ import pytest
 
 from daemon_stories import documents
 from raw_http import curl_says
-from tunnel_records import NO_WAN_INFORMATION, TAG, WANS_URL, gre_tunnel, ip_commands, lines, router_with, run_once
+from sandbox.router import Router
+from tunnel_records import (NO_WAN_INFORMATION, TAG, WANS_URL, create_command, gre_tunnel, ip_commands, lines, router_with,
+                            run_once)
 
+# Notes the calls of the program, and not libcurl's own, which uses handles of its own.
 SHIM = r"""
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -15,22 +19,36 @@ SHIM = r"""
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/auxv.h>
 
-enum { UNKNOWN_OPTION = 48 };
+enum { UNKNOWN_OPTION = 48, SOCKET_PATH = 10231, URL = 10002, FIRST_POINTER = 10000, FIRST_FUNCTION = 20000 };
 
-static int opened, closed, count;
-static int options[1000];
+static FILE* calls;
+static char* text;
+static size_t size;
 
-/* Whether a call comes from libcurl, which uses handles of its own. */
-static int internal(void* caller) {
+static void* moduleOf(void* address) {
   Dl_info info;
-  return dladdr(caller, &info) && strstr(info.dli_fname, "libcurl");
+  return dladdr(address, &info) ? info.dli_fbase : NULL;
+}
+
+static int ours(void* caller) {
+  if (moduleOf(caller) != moduleOf((void*)getauxval(AT_PHDR))) return 0;
+  if (!calls) calls = open_memstream(&text, &size);
+  return 1;
+}
+
+static void noteOption(int option, void* value) {
+  if (option == SOCKET_PATH || option == URL) fprintf(calls, "%d %s\n", option, (char*)value);
+  else if (option < FIRST_POINTER) fprintf(calls, "%d %ld\n", option, (long)value);
+  else if (option < FIRST_FUNCTION) fprintf(calls, "%d %s\n", option, value ? "pointer" : "null");
+  else fprintf(calls, "%d %s\n", option, ours(value) ? "function" : "foreign function");
 }
 
 void* curl_easy_init(void) {
-  if (!internal(__builtin_return_address(0))) {
+  if (ours(__builtin_return_address(0))) {
     if (getenv("FAIL_INIT")) return NULL;
-    ++opened;
+    fputs("open\n", calls);
   }
   return ((void* (*)(void))dlsym(RTLD_NEXT, "curl_easy_init"))();
 }
@@ -41,30 +59,42 @@ int curl_easy_setopt(void* curl, int option, ...) {
   va_start(arguments, option);
   void* value = va_arg(arguments, void*);
   va_end(arguments);
-  if (count < 1000) options[count++] = option;
+  if (ours(__builtin_return_address(0))) noteOption(option, value);
   const char* failing = getenv("FAIL_OPTION");
   if (failing && atoi(failing) == option) return UNKNOWN_OPTION;
   return ((int (*)(void*, int, ...))dlsym(RTLD_NEXT, "curl_easy_setopt"))(curl, option, value);
 }
 
+int curl_easy_perform(void* curl) {
+  if (ours(__builtin_return_address(0))) fputs("perform\n", calls);
+  return ((int (*)(void*))dlsym(RTLD_NEXT, "curl_easy_perform"))(curl);
+}
+
 void curl_easy_cleanup(void* curl) {
-  if (!internal(__builtin_return_address(0))) ++closed;
+  if (ours(__builtin_return_address(0))) fputs("close\n", calls);
   ((void (*)(void*))dlsym(RTLD_NEXT, "curl_easy_cleanup"))(curl);
 }
 
 __attribute__((destructor)) static void report(void) {
-  FILE* file = opened ? fopen("/run/curl", "w") : NULL;
+  FILE* file = calls ? fopen("/run/curl", "w") : NULL;
   if (!file) return;
-  fprintf(file, "%d %d", opened, closed);
-  for (int i = 0; i < count; ++i) fprintf(file, " %d", options[i]);
+  fclose(calls);
+  fputs(text, file);
   fclose(file);
 }
 """
 
-# The options that a request is made of, in the order in which they are set, as <curl/curl.h> numbers them, and the names
-# under which their failures are reported. The socket is reported as the URL that it belongs to.
-OPTIONS = [(10231, "CURLOPT_URL"), (10002, "CURLOPT_URL"), (42, "CURLOPT_HEADER"), (52, "CURLOPT_FOLLOWLOCATION"),
-           (20011, "CURLOPT_WRITEFUNCTION"), (10001, "CURLOPT_WRITEDATA")]
+# The options that a request is made of, in the order in which they are set, as <curl/curl.h> numbers them; the names
+# under which their failures are reported, where the socket is reported as the URL that it belongs to; and their values.
+REQUIRED = [(10231, "CURLOPT_URL", "/var/run/api/http.sock"), (10002, "CURLOPT_URL", "{url}"), (42, "CURLOPT_HEADER", "0"),
+            (52, "CURLOPT_FOLLOWLOCATION", "0"), (20011, "CURLOPT_WRITEFUNCTION", "function"),
+            (10001, "CURLOPT_WRITEDATA", "pointer")]
+# And those without which it works just as well: CURLOPT_NOSIGNAL, _CONNECTTIMEOUT, _LOW_SPEED_LIMIT, _LOW_SPEED_TIME.
+PRECAUTIONS = [(99, "1"), (78, "60"), (19, "1"), (20, "60")]
+SETTINGS = [f"{number} {value}" for number, _, value in REQUIRED] + [f"{number} {value}" for number, value in PRECAUTIONS]
+
+URLS = [f"http://localhost{path}" for path in (WANS_URL, "/api?fields=ovpnTunnels", "/api?fields=syslog", WANS_URL,
+                                               "/api?fields=greTunnels,ipsecTunnels,ni")]
 UNKNOWN_OPTION = 48  # libcurl-errors(3)
 
 
@@ -76,37 +106,49 @@ def shim(tmp_path_factory) -> str:
     return str(folder / "shim.so")
 
 
-def run_with(make_router, shim: str, **environment: str):
+def run_with(make_router, shim: str, **environment: str) -> Router:
     router = router_with(make_router, documents(gre_tunnel()), environment={"LD_PRELOAD": shim} | environment)
     run_once(router)
     return router
 
 
-def counts(router) -> tuple[int, int, list[int]]:
-    """How many handles were opened and closed, and the options in the order in which they were set."""
-    opened, closed, *options = map(int, router.read_file("/run/curl").split())
-    return opened, closed, options
+def calls(router: Router) -> list[str]:
+    """What libcurl was called for."""
+    return (router.read_file("/run/curl") or "").splitlines()
 
 
-def test_options_are_set_in_order_and_handles_are_closed(make_router, shim):
+def calls_of(url: str) -> list[str]:
+    """The calls of a whole request: these options and no others, an option for a proxy least of all."""
+    return ["open", *(setting.format(url=url) for setting in SETTINGS), "perform", "close"]
+
+
+def test_a_request_sets_these_options_to_these_values_and_no_others(make_router, shim):
     router = run_with(make_router, shim)
     assert lines(router, "ERROR") == []
-    opened, closed, options = counts(router)
-    assert opened == closed == len(router.find("api"))
-    assert options[:len(OPTIONS)] == [number for number, _ in OPTIONS]
+    assert calls(router) == [call for url in URLS for call in calls_of(url)]
+    assert [f"http://localhost{event.text}" for event in router.find("api")] == URLS
 
 
-@pytest.mark.parametrize("option, name", OPTIONS)
+@pytest.mark.parametrize("option, name", [(option, name) for option, name, _ in REQUIRED])
 def test_an_option_that_cannot_be_set_is_reported(make_router, shim, option, name):
     router = run_with(make_router, shim, FAIL_OPTION=str(option))
     error = f"{TAG} curl_easy_setopt({name}) failed: {curl_says(UNKNOWN_OPTION)}"
     assert lines(router, "ERROR")[:2] == [error, NO_WAN_INFORMATION]
     assert router.find("api", WANS_URL) == [] and ip_commands(router) == []
-    opened, closed, _ = counts(router)
-    assert opened == closed
+    up_to = [number for number, _, _ in REQUIRED].index(option) + 2
+    assert calls(router)[:up_to + 1] == [*calls_of(URLS[0])[:up_to], "close"]
+
+
+@pytest.mark.parametrize("option", [option for option, _ in PRECAUTIONS])
+def test_a_precaution_that_libcurl_does_not_know_is_done_without(make_router, shim, option):
+    """It is asked for all the same, and the run is as ever, line by line."""
+    plain, without = run_with(make_router, shim), run_with(make_router, shim, FAIL_OPTION=str(option))
+    assert ip_commands(without) == [create_command(), "ip link set gre1 up"]
+    assert [line.message for line in without.log_lines()] == [line.message for line in plain.log_lines()]
+    assert calls(without) == calls(plain) != []
 
 
 def test_a_handle_that_cannot_be_had_is_reported(make_router, shim):
     router = run_with(make_router, shim, FAIL_INIT="1")
     assert lines(router, "ERROR")[:2] == [f"{TAG} unable to initialize curl.", NO_WAN_INFORMATION]
-    assert router.find("api") == [] and ip_commands(router) == []
+    assert router.find("api") == [] and ip_commands(router) == [] and calls(router) == []
