@@ -89,8 +89,9 @@ __attribute__((destructor)) static void report(void) {
 REQUIRED = [(10231, "CURLOPT_URL", "/var/run/api/http.sock"), (10002, "CURLOPT_URL", "{url}"), (42, "CURLOPT_HEADER", "0"),
             (52, "CURLOPT_FOLLOWLOCATION", "0"), (20011, "CURLOPT_WRITEFUNCTION", "function"),
             (10001, "CURLOPT_WRITEDATA", "pointer")]
-# And those without which it works just as well: CURLOPT_NOSIGNAL, _CONNECTTIMEOUT, _LOW_SPEED_LIMIT, _LOW_SPEED_TIME.
-PRECAUTIONS = [(99, "1"), (78, "60"), (19, "1"), (20, "60")]
+# And those without which it works just as well: CURLOPT_NOSIGNAL, _OPENSOCKETFUNCTION, _CONNECTTIMEOUT, _LOW_SPEED_LIMIT,
+# _LOW_SPEED_TIME.
+PRECAUTIONS = [(99, "1"), (20163, "function"), (78, "60"), (19, "1"), (20, "60")]
 SETTINGS = [f"{number} {value}" for number, _, value in REQUIRED] + [f"{number} {value}" for number, value in PRECAUTIONS]
 
 URLS = [f"http://localhost{path}" for path in (WANS_URL, "/api?fields=ovpnTunnels", "/api?fields=syslog", WANS_URL,

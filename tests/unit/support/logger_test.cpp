@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,18 +19,12 @@
 #include "support/text.h"
 #include "tests/unit/harness/captured_log.h"
 #include "tests/unit/harness/child_process.h"
-#include "tests/unit/harness/private_system.h"
 #include "tests/unit/harness/waiting.h"
 
 namespace {
 
-using testing::EndsWith;
-using testing::StartsWith;
 using ZEL::Logger;
 using Level = ZEL::Logger::PrintLevel;
-
-constexpr Logger::PrintMode kSystemLog = 3;
-constexpr Logger::PrintMode kFallback = 1;
 
 /// One line at every level.
 void logAtEveryLevel() {
@@ -237,94 +230,6 @@ TEST(Logger, isNotStoppedByAPipeThatNobodyEmpties) {
     const ssize_t size = read(readEnd, all.data(), all.size());
     ASSERT_GT(size, 0);
     EXPECT_EQ(all.substr(0, static_cast<std::size_t>(size)), "ERROR room again\n");
-  });
-}
-
-TEST(LoggerChannel, refusesModesThatItDoesNotHave) {
-  SKIP_WITHOUT_NAMESPACES();
-  checkInChild([] {
-    enterPrivateMounts();
-    const DatagramSocket collector = DatagramSocket::ofSystemLog();
-    for (const int mode : {-1, 0, kFallback, 2, 4}) EXPECT_FALSE(Logger::setup(mode, "TUNNEL_MNGR", 0, 0)) << mode;
-  });
-}
-
-TEST(LoggerChannel, isTheSystemLogWhereOneListens) {
-  SKIP_WITHOUT_NAMESPACES();
-  checkInChild([] {
-    enterPrivateMounts();
-    const DatagramSocket collector = DatagramSocket::ofSystemLog();
-    const CapturedLog log(Level::TRACE_LEVEL);
-    ASSERT_TRUE(Logger::setup(kSystemLog, "TUNNEL_MNGR", 0, 0));
-    ZEL_LOG(INFO, "[%s] MANAGING TUNNELS", "TUNNEL_MNGR");
-    const std::string entry = collector.receive().value_or("none");
-    EXPECT_THAT(entry, StartsWith("<14>"));
-    EXPECT_THAT(entry, EndsWith(" TUNNEL_MNGR: INFO [TUNNEL_MNGR] MANAGING TUNNELS"));
-    EXPECT_EQ(log.text(), "");
-    Logger::setup(kFallback);
-    ZEL_LOG(INFO, "again");
-    EXPECT_EQ(log.text(), "INFO again\n");
-    EXPECT_EQ(collector.receiveNow(), std::nullopt);
-  });
-}
-
-TEST(LoggerChannel, staysAsItIsWhereNoSystemLogListens) {
-  SKIP_WITHOUT_NAMESPACES();
-  checkInChild([] {
-    enterPrivateMounts();
-    const CapturedLog log(Level::ERROR_LEVEL);
-    EXPECT_FALSE(Logger::setup(kSystemLog, "TUNNEL_MNGR", 0, 0));
-    ZEL_LOG(ERROR, "still here");
-    EXPECT_EQ(log.text(), "ERROR still here\n");
-  });
-}
-
-TEST(LoggerChannel, givesEachLevelItsSystemLogPriority) {
-  SKIP_WITHOUT_NAMESPACES();
-  checkInChild([] {
-    const struct {
-      int level;
-      int priority;
-    } rows[] = {
-        {Level::ERROR_LEVEL, LOG_ERR},       {Level::WARNING_LEVEL, LOG_WARNING}, {Level::INFO_LEVEL, LOG_INFO},
-        {Level::DEBUG_LEVEL, LOG_DEBUG},     {Level::TRACE_LEVEL, LOG_DEBUG},     {Level::ERROR_LEVEL + 1, LOG_WARNING},
-        {Level::TRACE_LEVEL + 1, LOG_DEBUG},
-    };
-    enterPrivateMounts();
-    const DatagramSocket collector = DatagramSocket::ofSystemLog();
-    ASSERT_TRUE(Logger::setup(kSystemLog, "TUNNEL_MNGR", 0, 0));
-    for (const auto& row : rows) {
-      Logger::printfGeneric(row.level, "LABEL", "text");
-      EXPECT_THAT(collector.receive().value_or("none"),
-                  StartsWith("<" + std::to_string(LOG_USER | row.priority) + ">"));
-    }
-  });
-}
-
-TEST(LoggerChannel, keepsTheLineEndInsideTheMessage) {
-  SKIP_WITHOUT_NAMESPACES();
-  checkInChild([] {
-    enterPrivateMounts();
-    const DatagramSocket collector = DatagramSocket::ofSystemLog();
-    ASSERT_TRUE(Logger::setup(kSystemLog, "TUNNEL_MNGR", 0, 0));
-    ZEL_LOG(ERROR, "ends its line itself\n");
-    EXPECT_THAT(collector.receive().value_or("none"), EndsWith(": ERROR ends its line itself\n"));
-  });
-}
-
-/// A pipe that has room for one page, and so says that it has room, and that nobody reads.
-TEST(LoggerChannel, isNotStoppedByALineThatFindsRoomForAPartOnly) {
-  checkInChild([] {
-    std::array<int, 2> ends{};
-    ASSERT_EQ(pipe2(ends.data(), O_NONBLOCK), 0);
-    const std::string page(4096, 'x');
-    while (write(ends[1], page.data(), page.size()) > 0) {
-    }
-    std::string read(page.size(), '\0');
-    ASSERT_GT(::read(ends[0], read.data(), read.size()), 0);
-    fcntl(ends[1], F_SETFL, 0);
-    dup2(ends[1], STDERR_FILENO);
-    ZEL_LOG(ERROR, "%s", std::string(9000, 'y').c_str());
   });
 }
 
