@@ -11,6 +11,11 @@ auto membersOf(const Act& act) {
   return std::tie(act.kind, act.subject, act.text, act.arguments, act.number, act.signal, act.actor);
 }
 
+/// What the system, which knows texts by their end, takes of one.
+std::string asTaken(const std::string& text) {
+  return text.substr(0, text.find('\0'));
+}
+
 }  // namespace
 
 bool operator==(const Act& a, const Act& b) {
@@ -23,32 +28,32 @@ void NotingEffects::note(Act act) {
 }
 
 int NotingEffects::run(const std::string& command) {
-  note({Act::Kind::kRun, command.c_str()});
+  note({Act::Kind::kRun, asTaken(command)});
   return 0;
 }
 
 int NotingEffects::ask(const std::string& command, std::string& output) {
-  note({Act::Kind::kAsk, command.c_str()});
+  note({Act::Kind::kAsk, asTaken(command)});
   const auto answer = answers.find(command);
   output = answer == answers.end() ? "" : answer->second.output;
   return answer == answers.end() ? 0 : answer->second.status;
 }
 
 FileOutcome NotingEffects::writeFile(const std::string& path, const std::string& text) {
-  note({Act::Kind::kWrite, path.c_str(), text});
-  files[path.c_str()] = text;
+  note({Act::Kind::kWrite, asTaken(path), text});
+  files[asTaken(path)] = text;
   return FileOutcome::kWritten;
 }
 
 FileOutcome NotingEffects::appendFile(const std::string& path, const std::string& text) {
-  note({Act::Kind::kAppend, path.c_str(), text});
-  files[path.c_str()] += text;
+  note({Act::Kind::kAppend, asTaken(path), text});
+  files[asTaken(path)] += text;
   return FileOutcome::kWritten;
 }
 
 void NotingEffects::setMode(const std::string& path, mode_t mode) {
-  note({Act::Kind::kSetMode, path.c_str(), "", {}, static_cast<int>(mode)});
-  modes[path.c_str()] = mode;
+  note({Act::Kind::kSetMode, asTaken(path), "", {}, static_cast<int>(mode)});
+  modes[asTaken(path)] = mode;
 }
 
 void NotingEffects::removeFile(const char* path) {
