@@ -115,9 +115,16 @@ TEST_F(ConditionTest, holdsTheLockAgainAfterTheWait) {
 }
 
 TEST_F(ConditionTest, keepsErrnoWhenSignalled) {
-  errno = EXDEV;
-  condition_->signal();
-  EXPECT_EQ(errno, EXDEV);
+  checkInChild([this] {
+    for (const bool fails : {false, true}) {
+      if (fails) {
+        ASSERT_TRUE(refuseSystemCall(SYS_write, EPERM));  // from here on failures have no text
+      }
+      errno = EXDEV;
+      condition_->signal();
+      EXPECT_EQ(errno, EXDEV);
+    }
+  });
 }
 
 TEST_F(ConditionTest, holdsTheLockAlsoWhenTheWaitThrows) {
