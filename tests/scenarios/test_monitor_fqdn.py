@@ -6,7 +6,7 @@ import collections
 import pytest
 
 from daemon_stories import documents, runs, wait_until_idle
-from test_names_resolution import NO_DATA, NO_RECOVERY, NOT_FOUND, TRY_AGAIN
+from test_names_resolution import NO_DATA, NOT_FOUND, TRY_AGAIN
 from tunnel_records import TAG, create_command, gre_tunnel, ip_commands, ipsec_tunnel, lines, router_with, start_daemon
 
 pytestmark = pytest.mark.slow
@@ -18,7 +18,7 @@ MINUTE = 90  # seconds; well above the 60 of the shortest interval, since the ma
 # Tunnel, host, answer of the name server, warning. All are checked every minute.
 STEADY = [("dotted", "203.0.113.7", None, None), ("good_one", "good.example", "203.0.113.8", None),
           ("unknown", "unknown.example", "NXDOMAIN", NOT_FOUND), ("failing", "failing.example", "SERVFAIL", TRY_AGAIN),
-          ("silent", "silent.example", "SILENT", TRY_AGAIN), ("refused", "refused.example", "REFUSED", NO_RECOVERY),
+          ("silent", "silent.example", "SILENT", TRY_AGAIN), ("refused", "refused.example", "REFUSED", TRY_AGAIN),
           ("empty", "empty.example", "NODATA", NO_DATA)]
 
 

@@ -141,8 +141,10 @@ bool run() {
   router.forget();
   bool result = false;
   const bool ended = endsUnlessOfWrongType([&result] { result = manageTunnels(); });
-  requireOrder();
-  requireFilesInTheirPlaces();
+  if (!router.hasNullBytes()) {
+    requireOrder();
+    requireFilesInTheirPlaces();
+  }
   requireWan();
   requireMonitors();
   requireIpsecService();

@@ -54,6 +54,12 @@ void Router::forget() {
   log.clear();
 }
 
+bool Router::hasNullBytes() const {
+  return std::any_of(answers.begin(), answers.end(), [](const auto& entry) {
+    return entry.second.find("\\u0000") != std::string::npos || entry.second.find('\0') != std::string::npos;
+  });
+}
+
 void require(bool holds, const char* what) {
   if (holds) return;
   fprintf(stderr, "This does not hold: %s.\n", what);

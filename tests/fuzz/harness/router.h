@@ -47,6 +47,10 @@ struct Router {
 
   /// Forgets what was done and logged.
   void forget();
+
+  /// Whether a text of the API may have a null byte. The system takes a command or path up to there only, and then
+  /// little of its form can be demanded.
+  bool hasNullBytes() const;
 };
 
 /// Acts through its deeds from the start to the end of the process.
