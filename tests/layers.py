@@ -22,6 +22,7 @@ MAY_KNOW = {
     "ipsec": {"support", "effects", "api"},
     "openvpn": {"support", "effects", "api"},
     "core": {"support", "effects", "api", "monitors", "configuration", "gre", "ipsec", "openvpn"},
+    "tunnelctl": {"support", "effects", "api", "monitors", "configuration", "gre", "ipsec", "openvpn", "core"},
 }
 
 # Headers and CMake targets of libraries that the folder must do without.

@@ -1,0 +1,72 @@
+#include "tunnelctl/documents.h"
+
+#include <json/reader.h>
+
+#include <array>
+#include <cstring>
+
+#include "api/query.h"
+#include "support/system.h"
+#include "tunnelctl/complaint.h"
+
+namespace {
+
+constexpr const char* kStandardInput = "/dev/stdin";
+
+/// A request of the program's and the members of its result; none for one whose result is the WAN list itself.
+struct Request {
+  const char* path;
+  std::array<const char*, 3> members;
+};
+
+constexpr std::array<Request, 4> kRequests{
+    {{"/api/waninfo/wans", {}},
+     {"/api?fields=greTunnels,ipsecTunnels,ni", {"greTunnels", "ipsecTunnels", "ni"}},
+     {"/api?fields=ovpnTunnels", {"ovpnTunnels"}},
+     {"/api?fields=syslog", {"syslog"}}}};
+
+/// The reader's first complaint, "* Line 1, Column 2\n  Text.\n...", in one line.
+std::string firstComplaint(const std::string& complaints) {
+  std::string text;
+  for (const char c : complaints.substr(0, complaints.find("\n*"))) text += c == '\n' ? ' ' : c;
+  const std::size_t begin = text.find_first_not_of("* ");
+  const std::size_t end = text.find_last_not_of(". ");
+  return begin == std::string::npos ? "" : text.substr(begin, end - begin + 1);
+}
+
+Json::Value parsed(const std::string& text, const std::string& name) {
+  Json::Value root;
+  Json::Reader reader(Json::Features::strictMode());
+  try {
+    if (!reader.parse(text, root, false))
+      throw Complaint(name + " is no JSON document: " + firstComplaint(reader.getFormattedErrorMessages()));
+  } catch (const Json::Exception&) {
+    throw Complaint(name + " is nested deeper than 1000 levels");
+  }
+  if (!root.isObject()) throw Complaint(name + " holds no JSON object");
+  return root;
+}
+
+}  // namespace
+
+Json::Value readDocuments(const std::string& path) {
+  const std::string name = path == "-" ? "standard input" : path;
+  std::string text;
+  if (const int error = ZEL::System::readFile(path == "-" ? kStandardInput : path, text); error != 0)
+    throw Complaint("cannot read " + name + ": " + strerror(error));
+  return parsed(text, name);
+}
+
+Json::Value fetchDocuments() {
+  Json::Value documents(Json::objectValue);
+  for (const Request& request : kRequests) {
+    Json::Value result;
+    if (!queryApiQuiet((std::string(API_HOST) + request.path).c_str(), result))
+      throw Complaint(std::string("the configuration API does not answer ") + request.path);
+    if (request.members[0] == nullptr) documents["wans"] = result;
+    for (const char* member : request.members) {
+      if (member != nullptr && result.isObject()) documents[member] = result[member];
+    }
+  }
+  return documents;
+}

@@ -1,0 +1,56 @@
+// tunnelctl: what is, what would be, and what is wrong. It changes nothing.
+
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "tunnelctl/complaint.h"
+#include "tunnelctl/nearest_word.h"
+#include "tunnelctl/version.h"
+
+namespace {
+
+constexpr int kCannotTell = 2;
+
+/// A command's words are those behind its name; it returns the exit status: 0 all is well, 1 something is not.
+struct Command {
+  const char* name;
+  const char* synopsis;
+  const char* summary;
+  int (*perform)(const std::vector<std::string>& words);
+};
+
+constexpr std::array<Command, 0> kCommands{};
+
+int printUsage() {
+  puts("Usage: tunnelctl COMMAND [OPTION...]\n");
+  for (const Command& command : kCommands) printf("  %-44s %s\n", command.synopsis, command.summary);
+  puts("  --version, --help\n\nExit status: 0 all is well, 1 something is not, 2 it cannot tell. See tunnelctl(8).");
+  return 0;
+}
+
+int perform(const std::vector<std::string>& words) {
+  if (words.empty()) throw Complaint("no command; tunnelctl --help lists them");
+  if (words[0] == "--help") return printUsage();
+  if (words[0] == "--version") return printf("tunnelctl %s\n", kVersion) < 0 ? kCannotTell : 0;
+  std::vector<std::string> known;
+  for (const Command& command : kCommands) {
+    if (words[0] == command.name) return command.perform({words.begin() + 1, words.end()});
+    known.emplace_back(command.name);
+  }
+  const std::string near = nearestWord(words[0], known);
+  throw Complaint("unknown command " + words[0] + (near.empty() ? "" : ", did you mean " + near + "?"));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return perform({argv + 1, argv + argc});
+  } catch (const std::exception& complaint) {
+    fprintf(stderr, "tunnelctl: %s\n", complaint.what());
+    return kCannotTell;
+  }
+}
