@@ -10,6 +10,8 @@
 #include <json/value.h>
 
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
 
 /// What every URL of the API starts with. The socket decides where a request goes; the host is there to make it a URL.
@@ -21,6 +23,18 @@ bool queryApi(std::string const& url, Json::Value& result);
 
 /// The same without a log line.
 bool queryApiQuiet(char const* url, Json::Value& result);
+
+/// Has requests answered by a function instead of the API while the scope lasts: it returns the body of the answer to a
+/// URL, or nothing for a request that fails. Made and ended while nobody else asks.
+class AnsweringRequests {
+ public:
+  using Answer = std::function<std::optional<std::string>(const std::string& url)>;
+
+  explicit AnsweringRequests(Answer answer);
+  ~AnsweringRequests();
+  AnsweringRequests(const AnsweringRequests&) = delete;
+  AnsweringRequests& operator=(const AnsweringRequests&) = delete;
+};
 
 /// libcurl's write callback: appends the size * count bytes to `out` and returns their number, or returns 0, which
 /// fails the transfer, when there is no `out` or no memory. Source: CURLOPT_WRITEFUNCTION(3).

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "support/log_tag.h"
 #include "support/logger.h"
@@ -18,6 +19,9 @@
 namespace {
 
 constexpr std::size_t kMostAtOnce = 64;
+
+/// Empty where the system is asked.
+ResolvingNames::Resolver resolveInstead;
 
 std::string dotted(const in_addr& address) {
   std::array<char, INET_ADDRSTRLEN> text{};
@@ -60,7 +64,16 @@ bool readDotted(const std::string& host, in_addr& address) {
 
 Resolution resolveHost(const std::string& host) {
   in_addr address{};
-  return readDotted(host, address) ? Resolution{dotted(address), 0} : lookUp(host);
+  if (readDotted(host, address)) return {dotted(address), 0};
+  return resolveInstead ? resolveInstead(host) : lookUp(host);
+}
+
+ResolvingNames::ResolvingNames(Resolver resolver) {
+  resolveInstead = std::move(resolver);
+}
+
+ResolvingNames::~ResolvingNames() {
+  resolveInstead = nullptr;
 }
 
 std::map<std::string, Resolution> resolveHosts(const std::vector<std::string>& hosts) {

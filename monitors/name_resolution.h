@@ -1,6 +1,7 @@
 // Host names to IPv4 addresses, by the system's resolver.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -16,6 +17,18 @@ struct Resolution {
 /// The first address of a host, given by name or dotted. Reentrant; blocks until the name servers have answered or
 /// timed out, which may take tens of seconds; a dotted address is answered at once and asks nobody.
 Resolution resolveHost(const std::string& host);
+
+/// Has host names resolved by a function, which any thread may call, instead of the system while the scope lasts.
+/// Dotted addresses are themselves all the same. Made and ended while nobody else resolves.
+class ResolvingNames {
+ public:
+  using Resolver = std::function<Resolution(const std::string& host)>;
+
+  explicit ResolvingNames(Resolver resolver);
+  ~ResolvingNames();
+  ResolvingNames(const ResolvingNames&) = delete;
+  ResolvingNames& operator=(const ResolvingNames&) = delete;
+};
 
 /// Resolves every host, at most 64 at once, so that names that time out cost one time-out together. The result has one
 /// entry for each different host.

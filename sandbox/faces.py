@@ -2,6 +2,10 @@
 
 import contextlib
 import copy
+import hashlib
+import json
+import os
+import pathlib
 from collections.abc import Iterator, MutableMapping
 
 
@@ -171,8 +175,16 @@ class Documents(MutableMapping):
     def __init__(self, ask, documents: dict):
         self._ask = ask
         self._documents = copy.deepcopy(documents)
+        self._keep()
+
+    def _keep(self) -> None:
+        """Where the environment names a folder for it, leaves what the API serves there."""
+        if folder := os.environ.get("TUNNEL_MNGR_KEEP_DOCUMENTS"):
+            text = json.dumps(self._documents, sort_keys=True)
+            pathlib.Path(folder, hashlib.sha256(text.encode()).hexdigest()[:20] + ".json").write_text(text)
 
     def _publish(self) -> None:
+        self._keep()
         self._ask("server", server="api", method="set_documents", arguments={"documents": self._documents})
 
     def __getitem__(self, member: str):

@@ -31,6 +31,7 @@ constexpr int kPatienceMilliseconds = 1000;
 // Threads log until the process is gone, so nothing here has a destructor that does anything.
 std::atomic<int> printLevel{Level::ERROR_LEVEL};
 std::atomic<Logger::PrintMode> channel{kStandardError};
+std::atomic<Logger::Receiver> receiver{nullptr};
 Lock writing;  // one writer at a time, and none of another thread in a forked child
 SystemLog systemLog GUARDED_BY(writing);
 
@@ -92,7 +93,9 @@ void writeLine(int level, char const* label, const std::string& text) {
   const int savedErrno = errno;
   {
     const LockGuard guard(writing);
-    if (channel == kSystemLog) {
+    if (const Logger::Receiver instead = receiver; instead != nullptr) {
+      instead(level, label, text);
+    } else if (channel == kSystemLog) {
       systemLog.write(priorityOf(level), std::string(label) + " " + text);
     } else {
       writeStandardError(label, text);
@@ -116,6 +119,10 @@ bool Logger::setup(PrintMode const& mode, std::string const& ident, int const& o
 
 void Logger::setup(PrintMode const&) {
   channel = kStandardError;
+}
+
+void Logger::handTo(Receiver function) {
+  receiver = function;
 }
 
 bool Logger::isPrintable(int level) {

@@ -38,6 +38,11 @@ class Logger {
   /// Selects a channel that always works, whatever the mode: standard error.
   static void setup(PrintMode const& mode);
 
+  /// Has every message handed to a function, by the thread that logs it and by one at a time, instead of written; null
+  /// ends that. The function must not log.
+  using Receiver = void (*)(int level, char const* label, std::string const& text);
+  static void handTo(Receiver receiver);
+
   /// True when a message of that level is at most the print level.
   static bool isPrintable(int level);
 

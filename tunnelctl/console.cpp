@@ -12,6 +12,7 @@ namespace {
 constexpr std::array<const char*, 6> kCodes{"", "31", "32", "33", "90", "1"};
 constexpr const char* kCut = "..";
 constexpr std::size_t kCutColumns = 2;
+constexpr std::size_t kTabColumns = 4;
 
 bool isColoured() {
   const char* const noColour = getenv("NO_COLOR");
@@ -44,7 +45,11 @@ std::vector<std::string> columnsOf(const std::string& text) {
   for (std::size_t place = 0; place < text.size();) {
     const std::size_t bytes = characterBytes(text, place);
     const bool shown = bytes > 1 || (bytes == 1 && !isControl(static_cast<unsigned char>(text[place])));
-    columns.push_back(shown ? text.substr(place, bytes) : "?");
+    if (text[place] == '\t') {
+      columns.insert(columns.end(), kTabColumns, " ");
+    } else {
+      columns.push_back(shown ? text.substr(place, bytes) : "?");
+    }
     place += bytes == 0 ? 1 : bytes;
   }
   return columns;
@@ -79,14 +84,14 @@ std::string column(const std::string& text, std::size_t columns) {
 std::string paragraph(const std::string& text, std::size_t indentation) {
   std::string lines;
   std::size_t used = 0;
-  for (std::size_t begin = 0; begin < text.size();) {
+  for (std::size_t begin = 0; begin <= text.size();) {
     const std::size_t end = std::min(text.find(' ', begin), text.size());
     const std::string word = fitted(text.substr(begin, end - begin), kMostColumns - indentation);
     const std::size_t columns = columnsOf(word).size();
-    if (used > 0 && used + 1 + columns > kMostColumns) {
+    if (begin > 0 && used + 1 + columns > kMostColumns) {
       lines += "\n" + std::string(indentation, ' ');
       used = indentation;
-    } else if (used > 0) {
+    } else if (begin > 0) {
       lines += " ";
       ++used;
     }

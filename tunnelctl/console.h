@@ -11,8 +11,8 @@ enum class Colour { kNone, kRed, kGreen, kYellow, kGrey, kBold };
 /// The text in a colour where standard output is a terminal and NO_COLOR (no-color.org) is not set; else as it is.
 std::string coloured(Colour colour, const std::string& text);
 
-/// The text with what is no printable character of UTF-8 shown as "?", and cut in its middle ("abc..xyz") when it takes
-/// more than that many columns. A character counts as one column.
+/// The text with a tab shown as four blanks, what else is no printable character of UTF-8 as "?", and cut in its middle
+/// ("abc..xyz") when it takes more than that many columns. A character counts as one column.
 std::string fitted(const std::string& text, std::size_t columns);
 
 /// The same, filled up with blanks.

@@ -8,6 +8,7 @@
 
 #include "tunnelctl/complaint.h"
 #include "tunnelctl/nearest_word.h"
+#include "tunnelctl/plan_command.h"
 #include "tunnelctl/version.h"
 
 namespace {
@@ -22,7 +23,8 @@ struct Command {
   int (*perform)(const std::vector<std::string>& words);
 };
 
-constexpr std::array<Command, 0> kCommands{};
+constexpr std::array<Command, 1> kCommands{
+    {{"plan", "plan [--from FILE] [--offline]", "what the next run would do now", performPlan}}};
 
 int printUsage() {
   puts("Usage: tunnelctl COMMAND [OPTION...]\n");
