@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstring>
+#include <sstream>
 
 #include "api/query.h"
 #include "support/system.h"
@@ -27,11 +28,11 @@ constexpr std::array<Request, 4> kRequests{
 
 /// The reader's first complaint, "* Line 1, Column 2\n  Text.\n...", in one line.
 std::string firstComplaint(const std::string& complaints) {
+  std::istringstream words(complaints.substr(0, complaints.find("\n*")));
   std::string text;
-  for (const char c : complaints.substr(0, complaints.find("\n*"))) text += c == '\n' ? ' ' : c;
-  const std::size_t begin = text.find_first_not_of("* ");
-  const std::size_t end = text.find_last_not_of(". ");
-  return begin == std::string::npos ? "" : text.substr(begin, end - begin + 1);
+  for (std::string word; words >> word;) text += (text.empty() || word == "*" ? "" : " ") + (word == "*" ? "" : word);
+  while (!text.empty() && (text.back() == '.' || text.back() == ' ')) text.pop_back();
+  return text;
 }
 
 Json::Value parsed(const std::string& text, const std::string& name) {

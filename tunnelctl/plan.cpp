@@ -19,6 +19,9 @@ namespace {
 
 constexpr const char* kListing = "ip tunnel";
 
+/// What the listing has for a TTL of 0.
+constexpr const char* kNoTtl = "inherit";
+
 /// Where the log's lines go while a run is planned.
 Plan* planned = nullptr;
 
@@ -67,7 +70,8 @@ using Tunnels = std::map<std::string, std::string>;
 Tunnels kernelTunnels(const std::string& listing) {
   Tunnels tunnels;
   for (const Json::Value& tunnel : parseKernelTunnels(listing)) {
-    const GreTunnel same{tunnel["name"].asString(), tunnel["remoteIp"].asString(), "", "", tunnel["ttl"].asString()};
+    const std::string ttl = tunnel["ttl"].asString();
+    const GreTunnel same{tunnel["name"].asString(), tunnel["remoteIp"].asString(), "", "", ttl == kNoTtl ? "0" : ttl};
     tunnels[same.name] = createCommand(same, tunnel["localIp"].asString());
   }
   return tunnels;

@@ -10,11 +10,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "support/logger.h"
+#include "tests/unit/harness/captured_log.h"
 #include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/private_system.h"
 
@@ -104,6 +107,27 @@ TEST(QueryApi, keepsItsConnectionFromProgramsThatAreRun) {
     close(connection);
     asking.join();
   });
+}
+
+TEST(AnsweringRequests, answersInPlaceOfTheApi) {
+  const CapturedLog log(ZEL::Logger::PrintLevel::TRACE_LEVEL);
+  const std::string missing = API_HOST "/missing";
+  {
+    const AnsweringRequests answers([&missing](const std::string& url) -> std::optional<std::string> {
+      if (url == missing) return std::nullopt;
+      return R"({"code":200,"result":")" + url + R"("})";
+    });
+    Json::Value result;
+    EXPECT_TRUE(queryApi(API_HOST "/a", result));
+    EXPECT_EQ(result, API_HOST "/a");
+    EXPECT_TRUE(queryApiQuiet(API_HOST "/b", result));
+    EXPECT_EQ(result, API_HOST "/b");
+    EXPECT_FALSE(queryApiQuiet(missing.c_str(), result));
+    EXPECT_EQ(result, API_HOST "/b");
+    EXPECT_EQ(log.text(), "");
+  }
+  Json::Value result;
+  EXPECT_FALSE(queryApi("file:///dev/null", result)) << "libcurl is asked again, which finds no document there";
 }
 
 }  // namespace

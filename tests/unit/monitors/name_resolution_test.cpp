@@ -222,4 +222,13 @@ TEST(ResolveHost, takesADottedAddressUpToANullByte) {
   EXPECT_EQ(resolveHosts({host}).at(host).address, "203.0.113.7");
 }
 
+TEST(ResolvingNames, resolvesInPlaceOfTheSystem) {
+  const ResolvingNames names([](const std::string& host) { return Resolution{"<" + host + ">", 0}; });
+  EXPECT_EQ(resolveHost("vpn.example").address, "<vpn.example>");
+  EXPECT_EQ(resolveHost("203.0.113.7").address, "203.0.113.7");
+  const auto resolutions = resolveHosts({"a.example", "b.example", "203.0.113.7"});
+  EXPECT_EQ(resolutions.at("b.example").address, "<b.example>");
+  EXPECT_EQ(resolutions.size(), 3U);
+}
+
 }  // namespace

@@ -112,4 +112,20 @@ TEST(LoggerChannel, isNotStoppedByALineThatFindsRoomForAPartOnly) {
   });
 }
 
+std::string received;
+
+TEST(LoggerReceiver, isHandedEveryLineInPlaceOfTheChannel) {
+  const CapturedLog log(ZEL::Logger::PrintLevel::INFO_LEVEL);
+  ZEL::Logger::handTo([](int level, char const* label, std::string const& text) {
+    received += std::to_string(level) + " " + label + " " + text + ";";
+  });
+  ZEL_LOG(ERROR, "[%s] first", "tag");
+  ZEL_LOG(INFO, "second\n");
+  ZEL_LOG(TRACE, "not printed");
+  ZEL::Logger::handTo(nullptr);
+  ZEL_LOG(ERROR, "third");
+  EXPECT_EQ(received, "0 ERROR [tag] first;50 INFO second\n;");
+  EXPECT_EQ(log.text(), "ERROR third\n");
+}
+
 }  // namespace
