@@ -1,0 +1,160 @@
+#include "tunnelctl/ipsec_listing.h"
+
+#include <array>
+#include <cstdlib>
+#include <optional>
+
+#include "ipsec/connection_section.h"
+#include "support/text.h"
+
+namespace {
+
+bool beginsWith(const std::string& text, const std::string& beginning) {
+  return text.compare(0, beginning.size(), beginning) == 0;
+}
+
+/// An indented line "key=value".
+void readSetting(const std::string& line, WrittenConnection& connection) {
+  const std::size_t equals = line.find('=');
+  if (equals == std::string::npos) return;
+  const std::string key = ZEL::Text::trim(line.substr(0, equals));
+  const std::string value = ZEL::Text::trim(line.substr(equals + 1));
+  if (key == "left") connection.left = value;
+  if (key == "leftsubnet") connection.leftSubnet = value;
+  if (key == "right") connection.right = value;
+}
+
+struct Unit {
+  const char* name;
+  std::int64_t seconds;
+};
+
+constexpr std::array<Unit, 4> kUnits{{{"second", 1}, {"minute", 60}, {"hour", 3600}, {"day", 86400}}};
+
+/// Of a text that begins like "29 seconds ago".
+std::int64_t ageIn(const std::string& text) {
+  char* rest = nullptr;
+  const long number = strtol(text.c_str(), &rest, 10);
+  if (number < 0 || number > INT32_MAX) return 0;
+  for (const Unit& unit : kUnits) {
+    if (beginsWith(rest, std::string(" ") + unit.name)) return number * unit.seconds;
+  }
+  return 0;
+}
+
+/// "office_192_168_10_0_24[3]: rest" is split into the name, the number with its brackets, and the rest.
+struct AssociationLine {
+  std::string name;
+  std::string number;
+  std::string rest;
+};
+
+std::optional<AssociationLine> associationIn(const std::string& line, char opening, const std::string& closing) {
+  const std::size_t end = line.find(closing);
+  const std::size_t begin = line.rfind(opening, end);
+  if (end == std::string::npos || begin == std::string::npos) return std::nullopt;
+  if (line.find_first_not_of("0123456789", begin + 1) != end) return std::nullopt;
+  return AssociationLine{line.substr(0, begin), line.substr(begin, end - begin),
+                         ZEL::Text::trim(line.substr(end + closing.size()))};
+}
+
+/// The state comes first: "ESTABLISHED 29 seconds ago, ..." or "CONNECTING, ...".
+void readKeyExchange(const AssociationLine& line, std::vector<KeyExchange>& exchanges) {
+  const std::string established = "ESTABLISHED ";
+  if (beginsWith(line.rest, established)) {
+    exchanges.push_back({line.name, true, ageIn(line.rest.substr(established.size()))});
+  } else if (beginsWith(line.rest, "CONNECTING,")) {
+    exchanges.push_back({line.name, false, 0});
+  }
+}
+
+/// The number in front of a word, or 0.
+std::uint64_t countBefore(const std::string& text, const std::string& word) {
+  const std::size_t end = text.find(word);
+  if (end == std::string::npos) return 0;
+  const std::size_t before = text.find_last_not_of("0123456789", end == 0 ? 0 : end - 1);
+  return strtoull(text.c_str() + (before == std::string::npos ? 0 : before + 1), nullptr, 10);
+}
+
+/// Each one has several lines: the state ("INSTALLED, TUNNEL, ..."), what protects and how much
+/// ("..., 84 bytes_i (1 pkt, 1s ago), 84 bytes_o, ..."), the networks.
+class Children {
+ public:
+  void read(const AssociationLine& line) {
+    if (children_.empty() || line.name != children_.back().connection || line.number != number_) {
+      children_.push_back({line.name});
+      number_ = line.number;
+    }
+    ChildAssociation& child = children_.back();
+    // While its keys are being renewed it goes on; one that has been replaced ("REKEYED") carries nothing more.
+    for (const char* state : {"INSTALLED,", "REKEYING,", "UPDATING,"}) {
+      if (beginsWith(line.rest, state)) child.isInstalled = true;
+    }
+    child.received += countBefore(line.rest, " bytes_i");
+    child.sent += countBefore(line.rest, " bytes_o");
+  }
+
+  const std::vector<ChildAssociation>& all() const { return children_; }
+
+ private:
+  std::vector<ChildAssociation> children_;
+  std::string number_;
+};
+
+/// "name:   child:  ..." tells of a connection, "name:  left...right  IKEv2, ..." of the peer of those that follow.
+void readConnection(const std::string& line, std::string& peer, IpsecListing& listing) {
+  if (const std::size_t end = line.find(":   child:  "); end != std::string::npos) {
+    listing.peers[line.substr(0, end)] = peer;
+  } else if (const std::size_t colon = line.find(":  "); colon != std::string::npos && line[colon + 3] != ' ') {
+    peer = line.substr(0, colon);
+  }
+}
+
+}  // namespace
+
+std::vector<WrittenConnection> parseIpsecConf(const std::string& text) {
+  std::vector<WrittenConnection> connections;
+  bool inside = false;
+  for (const std::string& line : ZEL::Text::split(text, "\n", 0)) {
+    if (line.empty()) continue;
+    if (line[0] == '\t' || line[0] == ' ') {
+      if (inside) readSetting(line, connections.back());
+      continue;
+    }
+    inside = beginsWith(line, "conn ") && line != "conn %default";
+    if (inside) connections.push_back({ZEL::Text::trim(line.substr(5))});
+  }
+  return connections;
+}
+
+std::string tunnelOf(const WrittenConnection& connection) {
+  const std::string suffix = makeConnName("", connection.leftSubnet);
+  const std::string& name = connection.name;
+  const bool hasSuffix = name.size() >= suffix.size() && name.substr(name.size() - suffix.size()) == suffix;
+  return hasSuffix ? name.substr(0, name.size() - suffix.size()) : name;
+}
+
+bool parseIpsecStatus(const std::string& output, IpsecListing& listing) {
+  if (ZEL::Text::trim(output).empty()) return false;
+  listing = {};
+  Children children;
+  std::string peer;
+  bool isConnection = false;
+  for (const std::string& shown : ZEL::Text::split(output, "\n", 0)) {
+    const std::string line = ZEL::Text::trim(shown);
+    if (beginsWith(line, "Connections:")) {
+      isConnection = true;
+    } else if (beginsWith(line, "Routed Connections:") || beginsWith(line, "Shunted Connections:") ||
+               beginsWith(line, "Security Associations (")) {
+      isConnection = false;
+    } else if (isConnection) {
+      readConnection(line, peer, listing);
+    } else if (const auto exchange = associationIn(line, '[', "]: ")) {
+      readKeyExchange(*exchange, listing.keyExchanges);
+    } else if (const auto child = associationIn(line, '{', "}:  ")) {
+      children.read(*child);
+    }
+  }
+  listing.children = children.all();
+  return true;
+}

@@ -1,0 +1,91 @@
+#include "tunnelctl/processes.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <utility>
+
+#include "support/system.h"
+#include "support/text.h"
+
+namespace {
+
+std::string contentsOf(const std::string& path) {
+  std::string contents;
+  ZEL::System::readFile(path, contents);
+  return contents;
+}
+
+/// The names in a folder that are numbers.
+std::vector<int> numbersIn(const std::string& folder) {
+  std::vector<int> numbers;
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), closedir);
+  while (const dirent* const entry = stream ? readdir(stream.get()) : nullptr) {
+    int number = 0;
+    if (ZEL::Text::parse(number, entry->d_name)) numbers.push_back(number);
+  }
+  std::sort(numbers.begin(), numbers.end());
+  return numbers;
+}
+
+/// When the machine started, in seconds since the epoch.
+std::int64_t startOfMachine(const std::string& folder) {
+  const std::string text = contentsOf(folder + "/stat");
+  const std::size_t found = text.find("\nbtime ");
+  return found == std::string::npos ? 0 : strtoll(text.c_str() + found + 7, nullptr, 10);
+}
+
+/// The process numbers' namespace of a process, or "" where it is not to be read, as those of other users are.
+std::string namespaceOf(const std::string& process) {
+  std::array<char, 64> name{};
+  const ssize_t size = readlink((process + "/ns/pid").c_str(), name.data(), name.size());
+  return size < 0 ? "" : std::string(name.data(), static_cast<std::size_t>(size));
+}
+
+}  // namespace
+
+std::vector<Process> readProcesses(const std::string& folder) {
+  std::vector<Process> processes;
+  const std::int64_t start = startOfMachine(folder);
+  const std::int64_t ticks = sysconf(_SC_CLK_TCK);
+  const std::string here = namespaceOf(folder + "/self");
+  for (const int pid : numbersIn(folder)) {
+    const std::string own = folder + "/" + std::to_string(pid);
+    std::optional<Process> process = parseProcess(contentsOf(own + "/stat"));
+    if (!process) continue;
+    if (const std::string there = namespaceOf(own); !there.empty() && there != here) continue;
+    process->arguments = parseArguments(contentsOf(own + "/cmdline"));
+    process->startedAt = start + process->startedAt / ticks;
+    processes.push_back(std::move(*process));
+  }
+  return processes;
+}
+
+std::optional<Process> parseProcess(const std::string& stat) {
+  const std::size_t begin = stat.find('(');
+  const std::size_t end = stat.rfind(')');  // the name may hold parentheses, too
+  if (begin == std::string::npos || end == std::string::npos || end < begin) return std::nullopt;
+  Process process;
+  process.name = stat.substr(begin + 1, end - begin - 1);
+  std::istringstream fields(stat.substr(end + 1));
+  std::string state;
+  std::string other;
+  fields >> state >> process.parent;
+  for (int i = 0; i < 17; ++i) fields >> other;
+  if (!ZEL::Text::parse(process.pid, ZEL::Text::trim(stat.substr(0, begin))) || !(fields >> process.startedAt))
+    return std::nullopt;
+  if (state == "Z" || state == "X") return std::nullopt;
+  return process;
+}
+
+std::vector<std::string> parseArguments(const std::string& text) {
+  if (text.empty()) return {};
+  std::vector<std::string> arguments = ZEL::Text::split(text, std::string(1, '\0'), 0);
+  if (arguments.back().empty()) arguments.pop_back();
+  return arguments;
+}
