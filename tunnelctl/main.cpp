@@ -9,6 +9,7 @@
 #include "tunnelctl/complaint.h"
 #include "tunnelctl/nearest_word.h"
 #include "tunnelctl/plan_command.h"
+#include "tunnelctl/status.h"
 #include "tunnelctl/version.h"
 
 namespace {
@@ -23,8 +24,10 @@ struct Command {
   int (*perform)(const std::vector<std::string>& words);
 };
 
-constexpr std::array<Command, 1> kCommands{
-    {{"plan", "plan [--from FILE] [--offline]", "what the next run would do now", performPlan}}};
+constexpr std::array<Command, 2> kCommands{
+    {{"plan", "plan [--from FILE] [--offline]", "what the next run would do now", performPlan},
+     {"status", "status [--wait SECONDS | --watch] [--format prometheus]", "what is up, and why the rest is not",
+      performStatus}}};
 
 int printUsage() {
   puts("Usage: tunnelctl COMMAND [OPTION...]\n");

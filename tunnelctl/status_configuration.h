@@ -1,0 +1,40 @@
+// What `status` needs to know of the router's configuration.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+#include "tunnelctl/ipv4_network.h"
+
+/// What the records of all kinds have, their names as the program uses them. A record that the program could not read,
+/// since a member is of a wrong type, has the name that can be read, or "?".
+struct TunnelRecord {
+  std::string name{};
+  bool isEnabled = false;
+  bool isReadable = true;
+};
+
+struct GreRecord : TunnelRecord {
+  std::string host{};
+  std::vector<Ipv4Network> addresses{};  ///< one, or none
+  std::vector<Ipv4Network> routes{};
+};
+
+struct IpsecRecord : TunnelRecord {
+  std::string host{};
+  std::vector<std::string> connections{};  ///< their names, one for each local network
+};
+
+struct Configuration {
+  std::string wan{};  ///< the address of the current one, or ""
+  std::vector<GreRecord> gre{};
+  std::vector<IpsecRecord> ipsec{};
+  std::vector<TunnelRecord> openvpn{};
+};
+
+/// From all documents in one object (documents.h). Of several records with one name the first that is enabled counts,
+/// or else the first. Addresses and routes that are none are left out. Pure; throws nothing for documents of wrong
+/// types.
+Configuration readConfiguration(const Json::Value& documents);
