@@ -11,15 +11,14 @@ auto membersOf(const Act& act) {
   return std::tie(act.kind, act.subject, act.text, act.arguments, act.number, act.signal, act.actor);
 }
 
-/// What the system, which knows texts by their end, takes of one.
-std::string asTaken(const std::string& text) {
-  return text.substr(0, text.find('\0'));
-}
-
 }  // namespace
 
 bool operator==(const Act& a, const Act& b) {
   return membersOf(a) == membersOf(b);
+}
+
+std::string NotingEffects::asTaken(const std::string& text) {
+  return text.substr(0, text.find('\0'));
 }
 
 void NotingEffects::note(Act act) {

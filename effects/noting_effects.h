@@ -83,6 +83,9 @@ class NotingEffects : public Effects {
  protected:
   void note(Act act);
 
+  /// What the system, which knows texts by their end, takes of one.
+  static std::string asTaken(const std::string& text);
+
  private:
   pid_t actor_ = 0;
   pid_t lastChild_ = 5000000;  ///< no process has such a number: Linux has none beyond 2^22 (proc(5), pid_max)

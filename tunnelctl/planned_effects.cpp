@@ -38,9 +38,9 @@ bool PlannedEffects::canOpen(const std::string& path) const {
 }
 
 FileOutcome PlannedEffects::writeFile(const std::string& path, const std::string& text) {
-  return canOpen(path.c_str()) ? NotingEffects::writeFile(path, text) : FileOutcome::kNotOpened;
+  return canOpen(asTaken(path)) ? NotingEffects::writeFile(path, text) : FileOutcome::kNotOpened;
 }
 
 FileOutcome PlannedEffects::appendFile(const std::string& path, const std::string& text) {
-  return canOpen(path.c_str()) ? NotingEffects::appendFile(path, text) : FileOutcome::kNotOpened;
+  return canOpen(asTaken(path)) ? NotingEffects::appendFile(path, text) : FileOutcome::kNotOpened;
 }
