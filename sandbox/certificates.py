@@ -1,13 +1,10 @@
 """Outside: certificates for tunnels, made with the openssl command line when they are needed and kept nowhere."""
 
-import functools
 import pathlib
 import subprocess
 import tempfile
 from typing import NamedTuple
 
-# What stands in the example configuration where these texts belong.
-PLACEHOLDERS = {"caCert": "@CA_CERT@", "localCert": "@LOCAL_CERT@", "localPrivKey": "@LOCAL_PRIV_KEY@"}
 VALID_DAYS = "30"
 
 
@@ -38,23 +35,6 @@ class Authority:
         """The members of a tunnel's record for an end with that host name."""
         own = self.issue(host)
         return {"caCert": self.certificate, "localCert": own.certificate, "localPrivKey": own.key}
-
-
-def fill_placeholders(document, host: str = "router.example.net"):
-    """A copy of any of the API's documents, or of all of them, in which the placeholders in texts are replaced by fresh
-    PEM texts, those of one authority. `host` is the name of this end."""
-    members = functools.cache(lambda: Authority().members(host))
-
-    def filled(value):
-        if isinstance(value, dict):
-            return {name: filled(member) for name, member in value.items()}
-        if isinstance(value, list):
-            return [filled(element) for element in value]
-        for key, placeholder in PLACEHOLDERS.items():
-            if isinstance(value, str) and placeholder in value:
-                value = value.replace(placeholder, members()[key])
-        return value
-    return filled(document)
 
 
 def _make(name: str, extensions: list[str], issuer: Credentials | None = None) -> Credentials:

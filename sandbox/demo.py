@@ -6,7 +6,6 @@ import pathlib
 import signal
 import sys
 
-from sandbox.certificates import fill_placeholders
 from sandbox.ipsec_service import IpsecService
 from sandbox.ipsec_view import side_by_side
 from sandbox.playground import Playground
@@ -23,8 +22,8 @@ TIMEOUT = 60  # seconds, for a daemon that needs 5 and looks for another WAN eve
 
 
 def example_documents() -> dict:
-    """The sample configuration, with certificates made on the spot."""
-    return fill_placeholders(json.loads(DOCUMENTS.read_text()))
+    """The sample configuration."""
+    return json.loads(DOCUMENTS.read_text())
 
 
 def watch_run(router: Router, show: Show, daemon: Process, chapter: int) -> None:

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tunnelctl/check_command.h"
 #include "tunnelctl/complaint.h"
 #include "tunnelctl/nearest_word.h"
 #include "tunnelctl/plan_command.h"
@@ -24,8 +25,9 @@ struct Command {
   int (*perform)(const std::vector<std::string>& words);
 };
 
-constexpr std::array<Command, 2> kCommands{
-    {{"plan", "plan [--from FILE] [--offline]", "what the next run would do now", performPlan},
+constexpr std::array<Command, 3> kCommands{
+    {{"check", "check [FILE]", "what is wrong with a configuration", performCheck},
+     {"plan", "plan [--from FILE] [--offline]", "what the next run would do now", performPlan},
      {"status", "status [--wait SECONDS | --watch] [--format prometheus]", "what is up, and why the rest is not",
       performStatus}}};
 

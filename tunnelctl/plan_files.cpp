@@ -44,6 +44,7 @@ std::vector<FileChange> fileChanges(const Plan& plan) {
     changes[path] = {path, contentsOf(path), text, std::filesystem::exists(path, ignored), true};
   }
   std::vector<FileChange> list;
+  list.reserve(changes.size());
   for (auto& [path, change] : changes) list.push_back(std::move(change));
   return list;
 }

@@ -49,10 +49,14 @@ std::vector<std::string> withoutInlineKeys(const std::vector<std::string>& lines
 }  // namespace
 
 std::vector<std::string> withoutKeys(const std::string& path, const std::vector<std::string>& lines) {
-  if (beginsWith(path, privateKeysDir() + "/")) return std::vector<std::string>(lines.size(), kHidden);
+  if (beginsWith(path, privateKeysDir() + "/")) {
+    std::vector<std::string> hidden(lines.size(), kHidden);
+    return hidden;
+  }
   if (beginsWith(path, "/var/run/openvpn_")) return withoutInlineKeys(lines);
   if (path != ipsecSecretsPath()) return lines;
   std::vector<std::string> shown;
+  shown.reserve(lines.size());
   for (const std::string& line : lines) shown.push_back(withoutSharedKey(line));
   return shown;
 }

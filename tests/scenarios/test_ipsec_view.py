@@ -1,12 +1,17 @@
-"""The demonstration's view of IPsec: certificates made on the spot, and the conn sections beside what the service says."""
+"""The demonstration's view of IPsec: certificates, and the conn sections beside what the service says."""
 
+import json
+import pathlib
+import re
 import subprocess
 
 from ipsec_records import CONF, psk_tunnel
 from ipsec_routers import cable, conn_names, serviced
-from sandbox.certificates import PLACEHOLDERS, Authority, fill_placeholders
+from sandbox.certificates import Authority
 from sandbox.ipsec_view import LEFT_WIDTH, side_by_side, wrapped
 from tunnel_records import WAN, run_once
+
+SAMPLE = pathlib.Path(__file__).parents[2] / "docs" / "examples" / "router.json"
 
 
 def openssl(*arguments: str, stdin: str = "") -> str:
@@ -15,34 +20,40 @@ def openssl(*arguments: str, stdin: str = "") -> str:
     return done.stdout
 
 
-def test_placeholders_become_certificates_that_belong_together(tmp_path):
-    documents = {"ipsecTunnels": [psk_tunnel(), psk_tunnel("a", **PLACEHOLDERS),
-                                  psk_tunnel("b", **PLACEHOLDERS | {"caCert": "kept"})]}
-    key, first, second = fill_placeholders(documents, "here.example.net")["ipsecTunnels"]
-    assert key == psk_tunnel() and documents["ipsecTunnels"][1] == psk_tunnel("a", **PLACEHOLDERS)
-    assert second == first | {"name": "b", "caCert": "kept"}
-    (tmp_path / "ca").write_text(first["caCert"])
-    assert openssl("verify", "-CAfile", str(tmp_path / "ca"), stdin=first["localCert"]) == "stdin: OK\n"
-    assert (openssl("x509", "-noout", "-pubkey", stdin=first["localCert"])
-            == openssl("pkey", "-pubout", stdin=first["localPrivKey"]))
-    assert "DNS:here.example.net" in openssl("x509", "-noout", "-ext", "subjectAltName", stdin=first["localCert"])
-    other = tmp_path / "other"
-    other.write_text(Authority().certificate)
-    refused = subprocess.run(["openssl", "verify", "-CAfile", other], input=first["localCert"], capture_output=True, text=True)
-    assert refused.returncode != 0
+def public_key(certificate: str) -> str:
+    return openssl("x509", "-noout", "-pubkey", stdin=certificate)
 
 
-def test_documents_without_tunnels_stay_as_they_are():
-    for documents in ({}, {"ipsecTunnels": None}, {"ipsecTunnels": []}, {"ipsecTunnels": [psk_tunnel()]}):
-        assert fill_placeholders(documents) == documents
+def is_issued_by(authority: str, certificate: str, tmp_path) -> bool:
+    (tmp_path / "ca").write_text(authority)
+    return subprocess.run(["openssl", "verify", "-CAfile", tmp_path / "ca"], input=certificate, capture_output=True,
+                          text=True).stdout == "stdin: OK\n"
+
+
+def test_certificates_belong_together(tmp_path):
+    made = Authority().members("here.example.net")
+    assert is_issued_by(made["caCert"], made["localCert"], tmp_path)
+    assert not is_issued_by(Authority().certificate, made["localCert"], tmp_path)
+    assert public_key(made["localCert"]) == openssl("pkey", "-pubout", stdin=made["localPrivKey"])
+    assert "DNS:here.example.net" in openssl("x509", "-noout", "-ext", "subjectAltName", stdin=made["localCert"])
+
+
+def test_those_of_the_sample_configuration_do_so_too_and_for_long(tmp_path):
+    documents = json.loads(SAMPLE.read_text())
+    partner, staff = documents["ipsecTunnels"][1], documents["ovpnTunnels"][1]["config"]
+    inline = [re.search(f"<{name}>\n(.*)</{name}>", staff, re.DOTALL)[1] for name in ("ca", "cert", "key")]
+    for authority, certificate, key in ([partner[name] for name in ("caCert", "localCert", "localPrivKey")], inline):
+        assert is_issued_by(authority, certificate, tmp_path)
+        assert public_key(certificate) == openssl("pkey", "-pubout", stdin=key) and "never use it" in key
+        assert openssl("x509", "-noout", "-checkend", str(50 * 365 * 86400), stdin=certificate)
 
 
 def test_the_table_has_every_section_and_what_the_service_makes_of_it(make_router):
-    documents = fill_placeholders({"ipsecTunnels": [
-        psk_tunnel("office"),
-        psk_tunnel("cert", authMethod="rsasig", type="IKEv2", phase1="aes256-sha2_256;modp2048", **PLACEHOLDERS),
-        psk_tunnel("odd", phase1="rot13-sha1")]})
-    router, service = serviced(make_router, *documents["ipsecTunnels"], lan=("192.168.1.1", "192.168.2.1"))
+    members = Authority().members("router.example.net")
+    tunnels = [psk_tunnel("office"),
+               psk_tunnel("cert", authMethod="rsasig", type="IKEv2", phase1="aes256-sha2_256;modp2048", **members),
+               psk_tunnel("odd", phase1="rot13-sha1")]
+    router, service = serviced(make_router, *tunnels, lan=("192.168.1.1", "192.168.2.1"))
     cable(router, "wan0", f"{WAN}/24")
     run_once(router)
     router.wait_until(lambda: service.proposals("cert_192_168_2_0_24"), "the attempt to initiate")
