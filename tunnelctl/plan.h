@@ -34,7 +34,8 @@ struct Plan {
 
   Outcome outcome = Outcome::kDone;
   PlannedEffects deeds;
-  std::vector<PlannedLine> log;  ///< every level
+  std::vector<PlannedLine> log;       ///< every level
+  std::vector<std::string> culprits;  ///< of a run that does not come to its end: what is wrong, and where
   bool hasWan = false;
   TunnelChanges tunnels;
 };

@@ -1,5 +1,6 @@
 #include "tunnelctl/plan_command.h"
 
+#include "tunnelctl/check.h"
 #include "tunnelctl/complaint.h"
 #include "tunnelctl/documents.h"
 #include "tunnelctl/json_output.h"
@@ -23,6 +24,19 @@ PlanSources sourcesOf(const Options& options) {
   return sources;
 }
 
+/// The members at which such a run ends, as the check of the same documents finds them; the first is the one that the
+/// run meets first. None where the documents cannot be had.
+std::vector<std::string> culpritsOf(const std::optional<Json::Value>& documents) {
+  std::vector<std::string> culprits;
+  try {
+    for (const Finding& finding : findingsOf(documents ? *documents : fetchDocuments(), {})) {
+      if (finding.problem == Problem::kEndsRun) culprits.push_back(finding.pointer + ": " + finding.message);
+    }
+  } catch (const Complaint&) {  // the log's lines say why
+  }
+  return culprits;
+}
+
 }  // namespace
 
 int performPlan(const std::vector<std::string>& words) {
@@ -30,7 +44,9 @@ int performPlan(const std::vector<std::string>& words) {
   ReportOptions report;
   report.printLevel = options.number("printlvl", 0, kHighestPrintLevel).value_or(report.printLevel);
   report.showSecrets = options.has("show-secrets");
-  const Plan plan = planRun(sourcesOf(options));
+  const PlanSources sources = sourcesOf(options);
+  Plan plan = planRun(sources);
+  if (plan.outcome != Plan::Outcome::kDone) plan.culprits = culpritsOf(sources.documents);
   if (options.has("json")) {
     printJson("plan", jsonOf(plan, report));
   } else {

@@ -93,6 +93,8 @@ Json::Value jsonOf(const Plan& plan, const ReportOptions& options) {
   Json::Value object;
   object["outcome"] = kOutcomes[static_cast<std::size_t>(plan.outcome)];
   object["wan"] = plan.hasWan;
+  object["culprits"] = Json::Value(Json::arrayValue);
+  for (const std::string& culprit : plan.culprits) object["culprits"].append(culprit);
   object["acts"] = Json::Value(Json::arrayValue);
   for (const Act& act : plan.deeds.acts) {
     const Json::Value told = jsonOf(act);

@@ -144,5 +144,6 @@ void printPlan(const Plan& plan, const ReportOptions& options) {
   for (const FileChange& change : changes) printChange(change, options.showSecrets);
   if (const std::string outcome = outcomeOf(plan); !outcome.empty())
     printf("\n%s", coloured(Colour::kRed, paragraph(outcome, 0)).c_str());
+  for (const std::string& culprit : plan.culprits) fputs(paragraph("  " + culprit, 4).c_str(), stdout);
   printf("\n%s", paragraph(summaryOf(plan, changes), 2).c_str());
 }

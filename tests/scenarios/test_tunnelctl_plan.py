@@ -151,6 +151,10 @@ def test_a_run_that_would_fail_or_throw_is_told(planning):
     planning.write_file("/run/tunnels.json", json.dumps({**TUNNELS, "greTunnels": [{"enabled": "true"}]}))
     done = run_companion(planning, "plan", "--from", "/run/tunnels.json")
     assert done.status == 1 and "The run would end here" in done.stdout
+    assert '  /greTunnels/0/enabled: "true" is neither true nor false' in done.stdout
+    planning.write_file("/run/tunnels.json", json.dumps({**TUNNELS, "ovpnTunnels": [{"enabled": True, "config": [1]}]}))
+    done = run_companion(planning, "plan", "--json", "--from", "/run/tunnels.json")
+    assert [text.split(":")[0] for text in json.loads(done.stdout)["culprits"]] == ["/ovpnTunnels/0/config"]
     planning.write_file("/run/tunnels.json", json.dumps({**TUNNELS, "wans": []}))
     done = run_companion(planning, "plan", "--from", "/run/tunnels.json")
     assert done.status == 0 and "No WAN: everything would stay down." in done.stdout
