@@ -50,6 +50,7 @@ void checkIdentity(const Place& place, bool isUsed, bool isNeeded, Findings& fin
 void checkAuthentication(const Place& tunnel, bool hasCertificates, Findings& findings) {
   checkMethod(tunnel["authMethod"], findings);
   checkKey(tunnel["psk"].inForceIf(!hasCertificates), findings);
+  if (!tunnel["uid"].value().isConvertibleTo(Json::booleanValue)) return;
   const bool areUsed = tunnel["uid"].flag();
   checkIdentity(tunnel["localId"], areUsed, !hasCertificates, findings);
   checkIdentity(tunnel["remoteId"], areUsed, true, findings);

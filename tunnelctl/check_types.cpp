@@ -91,25 +91,47 @@ void reportAbsence(const Place& place, const Words& words, Findings& findings) {
   findings.add(place, Problem::kCountsAsAbsent, {shownValue(place.value()), words.complaint, words.mend});
 }
 
-/// Whether it converts, if oddly.
-bool check(const Place& place, Expected expected, Step step, bool isRead, Findings& findings) {
-  const Words& words = wordsFor(expected);
-  const Verdict verdict = judge(place.value(), expected);
-  const std::string value = shownValue(place.value());
-  if (verdict == Verdict::kConverted) {
-    findings.add(place, Problem::kConverted, {value, convertedTo(place.value(), expected), words.mend});
-  } else if (verdict == Verdict::kAbsent) {
-    reportAbsence(place, words, findings);
-  } else if (verdict == Verdict::kThrows && isRead) {
-    const char* const left = kLeft[static_cast<std::size_t>(step)];
-    findings.add(place, Problem::kEndsRun, {value, words.complaint, left, words.mend});
-  } else if (verdict == Verdict::kThrows) {
-    findings.add(place, Problem::kWouldEndRun, {value, words.complaint, words.mend});
-  }
-  return verdict == Verdict::kFits || verdict == Verdict::kConverted;
+/// Whether the value is one that nobody may see.
+bool isKey(const Place& place) {
+  return place.name() == "psk" || place.name() == "localPrivKey" || place.name() == "config";
 }
 
-/// The conditions under which members are read that hold for a record, given as their sum.
+void reportConversion(const Place& place, Expected expected, Findings& findings) {
+  const std::string value = isKey(place) ? "A number or flag" : shownValue(place.value());
+  const std::string converted = isKey(place) ? "a text" : convertedTo(place.value(), expected);
+  findings.add(place, Problem::kConverted, {value, converted, wordsFor(expected).mend});
+}
+
+void reportThrow(const Place& place, Expected expected, Step step, bool isRead, Findings& findings) {
+  const std::string value = shownValue(place.value());
+  const Words& words = wordsFor(expected);
+  const char* const left = kLeft[static_cast<std::size_t>(step)];
+  if (isRead) {
+    findings.add(place, Problem::kEndsRun, {value, words.complaint, left, words.mend});
+  } else {
+    findings.add(place, Problem::kWouldEndRun, {value, words.complaint, words.mend});
+  }
+}
+
+/// Whether it converts, if oddly.
+bool check(const Place& place, Expected expected, Step step, bool isRead, Findings& findings) {
+  switch (judge(place.value(), expected)) {
+    case Verdict::kFits:
+      return true;
+    case Verdict::kConverted:
+      reportConversion(place, expected, findings);
+      return true;
+    case Verdict::kAbsent:
+      reportAbsence(place, wordsFor(expected), findings);
+      return false;
+    case Verdict::kThrows:
+      reportThrow(place, expected, step, isRead, findings);
+      return false;
+  }
+  return false;
+}
+
+/// `readings`: those that hold for the record.
 void checkMembers(const Place& record, Members members, Readings readings, Findings& findings) {
   for (const Member& member : members) {
     const Place place = record[member.name.data()];

@@ -15,6 +15,8 @@ const Rows kRows{
     {R"({"/greTunnels/1/checkPeroid": 5})", {"unknown-member /greTunnels/1/checkPeroid"}},
     {R"({"/greTunnels/0/routes/0": {"ip": "10.0.0.0", "maks": 8}})",
      {"unknown-member /greTunnels/0/routes/0/maks", "route-skipped /greTunnels/0/routes/0/mask"}},
+    {R"({"/greTunnels/0/routes/0": {"ip": "10.0.0.0", "msk": 8}})",
+     {"unknown-member /greTunnels/0/routes/0/msk", "route-skipped /greTunnels/0/routes/0/mask"}},
     {R"({"/ni": {"nics": []}, "/ipsecTunnels": []})", {"unknown-member /ni/nics"}},
     {R"({"/ni/nis/1/type": "absent", "/ni/nis/1/tipe": "LAN"})", {"unknown-member /ni/nis/1/tipe"}},
     {R"({"/ni/nis/1/ipv4": {"ip": "", "Mask": ""}})", {"unknown-member /ni/nis/1/ipv4/Mask"}},

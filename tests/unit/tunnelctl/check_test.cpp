@@ -117,15 +117,45 @@ TEST(Check, tellsInOneSentenceWhichPointsIntoTheDocument) {
 }
 
 TEST(Check, neverShowsKeys) {
-  const std::string key = "0123456789";
+  const std::string key = "123456789";
   const std::vector<std::string> documents = {
       R"({"/ipsecTunnels/0/psk": "0123456789\"\n"})", R"({"/ipsecTunnels/1/localPrivKey": "0123456789"})",
+      R"({"/ipsecTunnels/0/psk": 123456789.5})",
       R"({"/ovpnTunnels/0/config": "dev tun\n<key>\n0123456789\n</key>\n<secret>\n0123456789"})"};
   for (const std::string& changes : documents) {
     const std::vector<Finding> findings = findingsOf(changed(changes), nullptr);
     EXPECT_THAT(findings, testing::Not(testing::IsEmpty())) << changes;
     for (const Finding& finding : findings) EXPECT_THAT(finding.message, testing::Not(testing::HasSubstr(key)));
   }
+}
+
+/// The sentence of the first finding.
+std::string saidOf(const std::string& changes) {
+  const std::vector<Finding> findings = findingsOf(changed(changes), nullptr);
+  return findings.empty() ? "" : findings[0].message;
+}
+
+TEST(Check, saysWhatIsTakenForWhat) {
+  using testing::StartsWith;
+  EXPECT_THAT(saidOf(R"({"/ipsecTunnels/0/remoteNetworkIp": "Any"})"),
+              StartsWith(R"("Any" is the one address 0.0.0.0 to)"));
+  EXPECT_THAT(saidOf(R"({"/ipsecTunnels/0/remoteNetworkIp": "any"})"),
+              StartsWith(R"("any" is no network but the peer)"));
+  EXPECT_THAT(saidOf(R"({"/greTunnels/0/checkPeriod": 70000})"), StartsWith("70000 counts as 4464; "));
+  EXPECT_THAT(saidOf(R"({"/greTunnels/0/ttl": 64.5})"), StartsWith("64.5 is taken for 64; "));
+  EXPECT_THAT(saidOf(R"({"/greTunnels/0/enabled": 2})"), StartsWith("2 is taken for true; "));
+  EXPECT_THAT(saidOf(R"({"/greTunnels/0/name": true})"), StartsWith(R"(true is taken for "true"; )"));
+  EXPECT_THAT(saidOf(R"({"/ni/nis/2/ipv4/mask": "255.0.255.0"})"),
+              StartsWith(R"("255.0.255.0" is no mask, and the network counts as 192.0.2.0/16)"));
+  EXPECT_THAT(saidOf(R"({"/greTunnels/1/enabld": true, "/greTunnels/1/enabled": "absent"})"),
+              StartsWith(R"("enabld" is not read; if "enabled" is meant)"));
+  EXPECT_THAT(saidOf(R"({"/ipsecTunnels/0/phase1": "aes256-sha4;modp2048"})"), StartsWith(R"("sha4" is no algorithm)"));
+  EXPECT_THAT(saidOf(R"({"/greTunnels/1/name": "head_office"})"),
+              StartsWith(R"("head_office" is the device of /greTunnels/0/name, too)"));
+  EXPECT_THAT(saidOf(R"({"/ipsecTunnels/1/name": "main site"})"),
+              StartsWith(R"("main_site" is the name of /ipsecTunnels/0, too)"));
+  EXPECT_THAT(saidOf(R"({"/ipsecTunnels/0/remoteNetworkIp": "192.168.80.0"})"),
+              StartsWith("192.168.80.0/24 overlaps 192.168.80.0/24 of /ipsecTunnels/0, "));
 }
 
 TEST(Check, tellsInTheOrderOfTheDocuments) {

@@ -104,6 +104,8 @@ const Rows kOther{
 
 /// Members that are not read as things are.
 const Rows kUnread{
+    {R"({"/ipsecTunnels/1/localId": "", "/ipsecTunnels/1/uid": "yes"})", {"ends-run /ipsecTunnels/1/uid"}},
+    {R"({"/ipsecTunnels/1/remoteId": "", "/ipsecTunnels/1/uid": "yes"})", {"ends-run /ipsecTunnels/1/uid"}},
     {R"({"/greTunnels/1": {"enabled": false, "checkPeriod": "5", "tunnelIp": [], "ttl": {}, "routes": {"a": 1}}})",
      {"would-end-run /greTunnels/1/checkPeriod", "would-end-run /greTunnels/1/tunnelIp",
       "would-end-run /greTunnels/1/ttl", "would-end-run /greTunnels/1/routes"}},
