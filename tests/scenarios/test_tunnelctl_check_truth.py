@@ -1,13 +1,12 @@
 """tunnelctl check tells the truth: the schemas, the plan of a run, and the real programs say the same of documents."""
 
 import json
-import pathlib
 import subprocess
 import sys
 
 import pytest
 
-from checking import ROOT, companion, findings, run_check, sample
+from checking import ROOT, companion, findings
 from generated_documents import documents as generated
 
 sys.path.insert(0, str(ROOT / "tests"))
@@ -76,8 +75,8 @@ def test_so_have_generated_documents(program):
 
 def has_slash_in_name(documents: dict) -> bool:
     """Whether it depends on the folders of a router how far a record is read, since the name leads into one."""
-    records = [*(documents.get("ipsecTunnels") or []), *(documents.get("ovpnTunnels") or [])] \
-        if all(isinstance(documents.get(name) or [], list) for name in ("ipsecTunnels", "ovpnTunnels")) else []
+    lists = [documents.get(name) for name in ("ipsecTunnels", "ovpnTunnels")]
+    records = [record for records in lists if isinstance(records, list) for record in records]
     return any(isinstance(record, dict) and "/" in str(record.get("name")) for record in records)
 
 
@@ -103,7 +102,7 @@ def test_a_run_ends_early_where_it_is_said_and_nowhere_else(make_router):
 
 # ---- ip(8) ----
 
-KEYWORDS = (pathlib.Path(ROOT) / "tunnelctl" / "check_devices.cpp").read_text()
+SOURCE = ROOT / "tunnelctl" / "check_devices.cpp"
 ASK_IP = """
 import json, subprocess, sys
 def complaint(*words):
@@ -122,7 +121,7 @@ def names_to_try() -> list[str]:
                            capture_output=True, text=True).stdout
     words = {word for word in "".join(c if c.islower() or c in "-_" else " " for c in pages).split()
              if word[0].isalpha() and len(word) <= 15}
-    table = KEYWORDS.partition("kKeywords")[2].partition(";")[0].replace('"', " ").replace("|", "").split()
+    table = SOURCE.read_text().partition("kKeywords")[2].partition(";")[0].replace('"', " ").replace("|", "").split()
     words |= {word for word in table if len(word) > 1}
     return sorted({word[:end] for word in words for end in range(1, len(word) + 1)} - {"lo", "all", "default"})
 
@@ -174,13 +173,13 @@ def test_suites_are_unknown_that_the_services_library_does_not_take(program):
     ike = [*(f"{suite}-modp2048" for suite in suites()), *(f"aes256-sha1-{name}" for name in NAMES)]
     texts = [["-".join(suite.split("-")[:2]) + "".join(f";{name}" for name in suite.split("-")[2:]) for suite in phase]
              for phase in (ike, esp)]
-    done = subprocess.run(["/usr/bin/python3", "-c", ASK_LIBRARY], input=json.dumps([ike, esp]), capture_output=True, text=True)
-    takes = json.loads(done.stdout)
+    takes = json.loads(subprocess.run(["/usr/bin/python3", "-c", ASK_LIBRARY], input=json.dumps([ike, esp]), text=True,
+                                      capture_output=True).stdout)
     tunnels = [{"phase1": text} for text in texts[0]] + [{"phase2": text} for text in texts[1]]
     found = findings(program, {"ipsecTunnels": tunnels})
     unknown = {int(finding.pointer.split("/")[2]) for finding in found if finding.id == "unknown-proposal"}
     renamed = {"dh22", "sha2"}  # the program writes another name of these
-    for number, (suite, isTaken) in enumerate(zip([*ike, *esp], [*takes[0], *takes[1]])):
+    for number, (suite, is_taken) in enumerate(zip([*ike, *esp], [*takes[0], *takes[1]])):
         if not renamed & set(suite.split("-")):
-            assert (number not in unknown) == isTaken, suite
+            assert (number not in unknown) == is_taken, suite
     assert 50 < len(unknown) < len(tunnels) - 50
