@@ -6,6 +6,7 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "support/log_tag.h"

@@ -24,8 +24,8 @@ PlanSources sourcesOf(const Options& options) {
   return sources;
 }
 
-/// The members at which such a run ends, as the check of the same documents finds them; the first is the one that the
-/// run meets first. None where the documents cannot be had.
+/// The members at which such a run ends, in the documents' order, as the check of the same documents finds them. None
+/// where the documents cannot be had.
 std::vector<std::string> culpritsOf(const std::optional<Json::Value>& documents) {
   std::vector<std::string> culprits;
   try {
