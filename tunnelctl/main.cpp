@@ -51,11 +51,18 @@ int perform(const std::vector<std::string>& words) {
   throw Complaint("unknown command " + words[0] + (near.empty() ? "" : ", did you mean " + near + "?"));
 }
 
+/// Without this an answer that a full disk has cut would be one of a router on which all is well.
+void deliverOutput() {
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) throw Complaint("cannot write to standard output");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    return perform({argv + 1, argv + argc});
+    const int status = perform({argv + 1, argv + argc});
+    deliverOutput();
+    return status;
   } catch (const std::exception& complaint) {
     fprintf(stderr, "tunnelctl: %s\n", complaint.what());
     return kCannotTell;

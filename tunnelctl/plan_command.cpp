@@ -24,15 +24,12 @@ PlanSources sourcesOf(const Options& options) {
   return sources;
 }
 
-/// The members at which such a run ends, in the documents' order, as the check of the same documents finds them. None
-/// where the documents cannot be had.
+/// The members at which such a run ends, in the documents' order, as the check of the same documents finds them.
+/// \throws Complaint when the API does not serve them: then that is why the run ends, and nothing is planned.
 std::vector<std::string> culpritsOf(const std::optional<Json::Value>& documents) {
   std::vector<std::string> culprits;
-  try {
-    for (const Finding& finding : findingsOf(documents ? *documents : fetchDocuments(), {})) {
-      if (finding.problem == Problem::kEndsRun) culprits.push_back(finding.pointer + ": " + finding.message);
-    }
-  } catch (const Complaint&) {  // the log's lines say why
+  for (const Finding& finding : findingsOf(documents ? *documents : fetchDocuments(), {})) {
+    if (finding.problem == Problem::kEndsRun) culprits.push_back(finding.pointer + ": " + finding.message);
   }
   return culprits;
 }

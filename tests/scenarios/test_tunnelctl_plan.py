@@ -145,9 +145,19 @@ def test_a_wrong_command_gets_one_sentence(planning, words, complaint):
     assert (done.status, done.stdout, done.stderr) == (2, "", f"tunnelctl: {complaint}\n")
 
 
+def test_without_the_documents_there_is_no_plan(planning):
+    done = run_companion(planning, "plan")
+    assert (done.status, done.stdout) == (2, "")
+    assert done.stderr == "tunnelctl: the configuration API does not answer /api/waninfo/wans\n"
+
+
+def test_an_answer_that_cannot_be_written_is_no_answer(planning):
+    for words in ("plan --offline --from /run/tunnels.json", "check /run/tunnels.json", "status --json", "--help"):
+        done = planning.exec(["sh", "-c", f"{companion(planning)} {words} >/dev/full"])
+        assert (done.status, done.stderr) == (2, "tunnelctl: cannot write to standard output\n")
+
+
 def test_a_run_that_would_fail_or_throw_is_told(planning):
-    done = run_companion(planning, "plan")  # without the API
-    assert done.status == 1 and "The run would fail here." in done.stdout and "Failed read config" in done.stdout
     planning.write_file("/run/tunnels.json", json.dumps({**TUNNELS, "greTunnels": [{"enabled": "true"}]}))
     done = run_companion(planning, "plan", "--from", "/run/tunnels.json")
     assert done.status == 1 and "The run would end here" in done.stdout
