@@ -11,10 +11,10 @@
 #include "support/log_tag.h"
 #include "support/logger.h"
 
-namespace {
+const char* const ovpnTunnelsUrl = API_HOST "/api?fields=ovpnTunnels";
+const char* const syslogUrl = API_HOST "/api?fields=syslog";
 
-constexpr const char* kTunnelsUrl = API_HOST "/api?fields=ovpnTunnels";
-constexpr const char* kSyslogUrl = API_HOST "/api?fields=syslog";
+namespace {
 
 std::list<OvpnConf> configuredTunnels;
 
@@ -73,7 +73,7 @@ bool readTunnels() {
   configuredTunnels.clear();
   Json::Value result;
   Json::Value syslog;
-  if (!queryApiQuiet(kTunnelsUrl, result) || !queryApiQuiet(kSyslogUrl, syslog)) return false;
+  if (!queryApiQuiet(ovpnTunnelsUrl, result) || !queryApiQuiet(syslogUrl, syslog)) return false;
   const Json::Value& tunnels = result["ovpnTunnels"];
   for (const Json::Value& tunnel : tunnels) readTunnel(tunnel, syslog);
   return true;

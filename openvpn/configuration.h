@@ -9,6 +9,10 @@
 #include <list>
 #include <string>
 
+/// What is asked for: the tunnels, and the log level from which "verb" follows.
+extern const char* const ovpnTunnelsUrl;
+extern const char* const syslogUrl;
+
 /// One enabled tunnel whose configuration file was written.
 struct OvpnConf {
   std::string name;  ///< unique in the list

@@ -2,11 +2,14 @@
 
 #include <json/reader.h>
 
-#include <array>
 #include <cstring>
 #include <sstream>
+#include <vector>
 
 #include "api/query.h"
+#include "api/wan_list.h"
+#include "configuration/configuration_pull.h"
+#include "openvpn/configuration.h"
 #include "support/system.h"
 #include "tunnelctl/complaint.h"
 
@@ -16,15 +19,16 @@ constexpr const char* kStandardInput = "/dev/stdin";
 
 /// A request of the program's and the members of its result; none for one whose result is the WAN list itself.
 struct Request {
-  const char* path;
-  std::array<const char*, 3> members;
+  std::string url;
+  std::vector<const char*> members;
 };
 
-constexpr std::array<Request, 4> kRequests{
-    {{"/api/waninfo/wans", {}},
-     {"/api?fields=greTunnels,ipsecTunnels,ni", {"greTunnels", "ipsecTunnels", "ni"}},
-     {"/api?fields=ovpnTunnels", {"ovpnTunnels"}},
-     {"/api?fields=syslog", {"syslog"}}}};
+std::vector<Request> requests() {
+  return {{wanInfoUrl, {}},
+          {configUrl, {"greTunnels", "ipsecTunnels", "ni"}},
+          {ovpnTunnelsUrl, {"ovpnTunnels"}},
+          {syslogUrl, {"syslog"}}};
+}
 
 /// The reader's first complaint, "* Line 1, Column 2\n  Text.\n...", in one line.
 std::string firstComplaint(const std::string& complaints) {
@@ -60,13 +64,13 @@ Json::Value readDocuments(const std::string& path) {
 
 Json::Value fetchDocuments() {
   Json::Value documents(Json::objectValue);
-  for (const Request& request : kRequests) {
+  for (const Request& request : requests()) {
     Json::Value result;
-    if (!queryApiQuiet((std::string(API_HOST) + request.path).c_str(), result))
-      throw Complaint(std::string("the configuration API does not answer ") + request.path);
-    if (request.members[0] == nullptr) documents["wans"] = result;
+    if (!queryApiQuiet(request.url.c_str(), result))
+      throw Complaint("the configuration API does not answer " + request.url.substr(strlen(API_HOST)));
+    if (request.members.empty()) documents["wans"] = result;
     for (const char* member : request.members) {
-      if (member != nullptr && result.isObject()) documents[member] = result[member];
+      if (result.isObject()) documents[member] = result[member];
     }
   }
   return documents;
