@@ -27,6 +27,9 @@ enum class ChildState {
   kInterrupted,  ///< to be asked again
 };
 
+/// The result of a command that did not answer in the time that it was given.
+constexpr int kNoAnswer = -2;
+
 /// A way of acting. What a program is given besides its arguments is settled here: programs that are run, and children,
 /// have the umask that this process was started with and besides cannot create what group or others may write. Files
 /// are created with the mode 0644, or less where the umask says so.
@@ -41,6 +44,11 @@ class Effects {
   /// Runs a command line through the shell and collects its standard output. Returns its exit status (0: success), 128
   /// and the signal's number when a signal ended it, or -1 when it could not be run or not be read to its end.
   virtual int ask(const std::string& command, std::string& output) = 0;
+
+  /// As `ask`, for a command that may take `limit` at most. One that takes longer is killed, with all that it has
+  /// started in its process group; `output` is then empty and the result kNoAnswer. The group is its own, so a
+  /// terminal's signals do not reach it: it is sent SIGTERM when the calling thread ends.
+  virtual int askWithin(std::chrono::milliseconds limit, const std::string& command, std::string& output) = 0;
 
   /// Creates or empties a file, or leaves what is in it, and writes the text at its end, in one write.
   virtual FileOutcome writeFile(const std::string& path, const std::string& text) = 0;

@@ -38,6 +38,10 @@ int NotingEffects::ask(const std::string& command, std::string& output) {
   return answer == answers.end() ? 0 : answer->second.status;
 }
 
+int NotingEffects::askWithin(std::chrono::milliseconds, const std::string& command, std::string& output) {
+  return ask(command, output);
+}
+
 FileOutcome NotingEffects::writeFile(const std::string& path, const std::string& text) {
   note({Act::Kind::kWrite, asTaken(path), text});
   files[asTaken(path)] = text;

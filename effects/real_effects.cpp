@@ -13,6 +13,7 @@
 #include <ctime>
 
 #include "effects/blocked_signals.h"
+#include "effects/question.h"
 #include "effects/read_stream.h"
 
 namespace {
@@ -96,6 +97,15 @@ int RealEffects::ask(const std::string& command, std::string& output) {
   const int status = pclose(stream);
   if (!complete || status < 0) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int RealEffects::askWithin(std::chrono::milliseconds limit, const std::string& command, std::string& output) {
+  Question question;
+  if (!question.isOpen()) return -1;
+  const pid_t child = startChild([&] {
+    if (followParentIntoDeath()) question.become(command);
+  });
+  return child < 0 ? -1 : question.answer(child, limit, output);
 }
 
 FileOutcome RealEffects::writeFile(const std::string& path, const std::string& text) {

@@ -21,7 +21,7 @@ using std::chrono::seconds;
 
 constexpr const char* kCommand = "status";
 
-/// What the API and the name servers are given to answer.
+/// What the API, the name servers and each program are given to answer.
 constexpr milliseconds kPatience{10000};
 constexpr milliseconds kLeastPatience{1000};
 

@@ -43,11 +43,11 @@ struct Facts {
   std::map<std::string, std::string> addresses{};  ///< of host names that were looked up; "" for none
   InstanceMarks marks{};
   std::vector<Process> processes{};
-  int devicesStatus = 0;  ///< the exit status of `ip`; devices could be listed when it is 0
+  int devicesStatus = 0;  ///< the exit status of `ip`, or kNoAnswer; devices could be listed when it is 0
   std::vector<Device> devices{};
-  int routesStatus = 0;
+  int routesStatus = 0;  ///< likewise
   std::vector<Route> routes{};
-  int ipsecStatus = 0;          ///< the exit status of `ipsec statusall`
+  int ipsecStatus = 0;          ///< the exit status of `ipsec statusall`, or kNoAnswer
   bool isIpsecRunning = false;  ///< the service told something
   IpsecListing ipsec{};
   std::vector<WrittenConnection> connections{};

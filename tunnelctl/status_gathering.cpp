@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "core/single_instance.h"
+#include "effects/effects.h"
 #include "ipsec/configuration_store.h"
 #include "monitors/name_resolution.h"
 #include "openvpn/configuration.h"
@@ -81,30 +82,30 @@ std::optional<std::string> contentsOf(const std::string& path) {
   return text;
 }
 
-/// Asks `ip` in JSON, and where it knows none in plain text. Returns its exit status.
+/// Asks `ip` in JSON, and where it knows none in plain text. Returns its exit status, or kNoAnswer.
 template <class Item>
-int askIp(const std::string& options, const std::string& question,
+int askIp(std::chrono::milliseconds patience, const std::string& options, const std::string& question,
           bool (*parseJson)(const std::string&, std::vector<Item>&), std::vector<Item> (*parse)(const std::string&),
           std::vector<Item>& items) {
   std::string output;
-  if (ZEL::System::cmd("ip " + options + " " + question + " 2>/dev/null", output) == 0 && parseJson(output, items))
-    return 0;
-  const int status = ZEL::System::cmd("ip " + question + " 2>/dev/null", output);
+  int status = effects().askWithin(patience, "ip " + options + " " + question + " 2>/dev/null", output);
+  if (status == kNoAnswer || (status == 0 && parseJson(output, items))) return status;
+  status = effects().askWithin(patience, "ip " + question + " 2>/dev/null", output);
   if (status == 0) items = parse(output);
   return status;
 }
 
-void askKernel(Facts& facts) {
-  facts.devicesStatus = askIp("-j -s -d", "addr", parseDevicesJson, parseDevices, facts.devices);
-  facts.routesStatus = askIp("-j", "route show table all", parseRoutesJson, parseRoutes, facts.routes);
+void askKernel(std::chrono::milliseconds patience, Facts& facts) {
+  facts.devicesStatus = askIp(patience, "-j -s -d", "addr", parseDevicesJson, parseDevices, facts.devices);
+  facts.routesStatus = askIp(patience, "-j", "route show table all", parseRoutesJson, parseRoutes, facts.routes);
   const bool hasTraffic = std::any_of(facts.devices.begin(), facts.devices.end(),
                                       [](const Device& device) { return device.traffic.has_value(); });
   if (!hasTraffic) addTraffic(facts.devices, contentsOf(kDeviceCounters).value_or(""));
 }
 
-void askIpsec(Facts& facts) {
+void askIpsec(std::chrono::milliseconds patience, Facts& facts) {
   std::string output;
-  facts.ipsecStatus = ZEL::System::cmd("ipsec statusall 2>/dev/null", output);
+  facts.ipsecStatus = effects().askWithin(patience, "ipsec statusall 2>/dev/null", output);
   facts.isIpsecRunning = parseIpsecStatus(output, facts.ipsec);
   facts.connections = parseIpsecConf(contentsOf(ipsecConfPath()).value_or(""));
 }
@@ -166,8 +167,8 @@ Facts gatherFacts(std::chrono::milliseconds patience) {
   Facts facts;
   facts.isRoot = geteuid() == 0;
   askApi(patience, facts);
-  askKernel(facts);
-  askIpsec(facts);
+  askKernel(patience, facts);
+  askIpsec(patience, facts);
   lookUpHosts(patience, facts);
   readMarks(facts);
   facts.processes = readProcesses();

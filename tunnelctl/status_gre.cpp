@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "effects/effects.h"
 #include "tunnelctl/status_rows.h"
 
 namespace {
@@ -72,6 +73,12 @@ std::string lack(const Device& device, const GreRecord& record, const Facts& fac
   return "";
 }
 
+/// Up, as far as the routes go.
+Verdict unlessRoutesHang(const Facts& facts) {
+  if (facts.routesStatus != kNoAnswer) return {};
+  return {TunnelState::kUnknown, "ip does not list the kernel's routes"};
+}
+
 Verdict judgeConfigured(const GreRecord& record, const Device* device, const Facts& facts) {
   if (!record.isReadable)
     return {TunnelState::kUnknown, "a member of its record has a wrong type, which ends every run"};
@@ -82,7 +89,7 @@ Verdict judgeConfigured(const GreRecord& record, const Device* device, const Fac
   if (std::string reason = otherEnds(*device, record, facts); !reason.empty()) return down(reason);
   if (std::string reason = obstacle(*device, facts); !reason.empty()) return down(reason);
   if (std::string reason = lack(*device, record, facts); !reason.empty()) return {TunnelState::kPartial, reason};
-  return {};
+  return unlessRoutesHang(facts);
 }
 
 TunnelRow rowOf(const std::string& name, const Verdict& verdict, const Device* device) {
@@ -114,7 +121,7 @@ Verdict judgeFound(const Device& device, const GreRecord* record, const Facts& f
   if (isConfigurationKnown(facts))
     return {TunnelState::kStale, "it is not in the configuration; the next run removes it"};
   const std::string reason = obstacle(device, facts);
-  return reason.empty() ? Verdict{} : down(reason);
+  return reason.empty() ? unlessRoutesHang(facts) : down(reason);
 }
 
 bool isShown(const TunnelRecord& record) {

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <set>
 
+#include "effects/effects.h"
 #include "ipsec/configuration_store.h"
 #include "tunnelctl/status_rows.h"
 
@@ -97,10 +98,18 @@ Verdict judgeConnections(const Tunnel& tunnel, const Facts& facts) {
   return {TunnelState::kPartial, count + " networks are joined; " + broken.front() + ": " + reason};
 }
 
+/// Why the service could not be asked; "" when it could.
+std::string serviceComplaint(const Facts& facts) {
+  if (facts.ipsecStatus == kNoAnswer) return "ipsec statusall does not answer in time";
+  const bool hasProcess = std::any_of(facts.processes.begin(), facts.processes.end(),
+                                      [](const Process& process) { return process.name == "charon"; });
+  return facts.isIpsecRunning || facts.isRoot || !hasProcess ? "" : "only root may ask the IPsec service";
+}
+
 /// Why nothing of IPsec can be up; nothing when it can.
 std::optional<Verdict> serviceVerdict(const Facts& facts) {
   const IpsecService service = ipsecService(facts);
-  if (!service.isKnown) return Verdict{TunnelState::kUnknown, "only root may ask the IPsec service"};
+  if (!service.complaint.empty()) return Verdict{TunnelState::kUnknown, service.complaint};
   if (facts.ipsecStatus == kNoSuchProgram) return down("there is no program ipsec");
   if (!service.isRunning) return down("the IPsec service does not run");
   if (service.written > 0 && service.loaded == 0)
@@ -197,9 +206,7 @@ std::vector<TunnelRow> ipsecRows(const Facts& facts) {
 IpsecService ipsecService(const Facts& facts) {
   IpsecService service;
   service.isRunning = facts.isIpsecRunning;
-  const bool hasProcess = std::any_of(facts.processes.begin(), facts.processes.end(),
-                                      [](const Process& process) { return process.name == "charon"; });
-  service.isKnown = service.isRunning || facts.isRoot || !hasProcess;
+  service.complaint = serviceComplaint(facts);
   service.written = facts.connections.size();
   for (const WrittenConnection& connection : facts.connections) {
     if (facts.ipsec.peers.count(connection.name) > 0) ++service.loaded;

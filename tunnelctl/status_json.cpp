@@ -44,7 +44,8 @@ Json::Value wanJson(const Status& status) {
 
 Json::Value serviceJson(const IpsecService& service) {
   Json::Value object;
-  object["running"] = service.isKnown ? Json::Value(service.isRunning) : Json::Value();
+  object["running"] = service.complaint.empty() ? Json::Value(service.isRunning) : Json::Value();
+  object["complaint"] = textOrNull(service.complaint);
   object["connectionsWritten"] = static_cast<Json::UInt64>(service.written);
   object["connectionsLoaded"] =
       service.isRunning ? Json::Value(static_cast<Json::UInt64>(service.loaded)) : Json::Value();

@@ -97,7 +97,7 @@ std::string routerMetrics(const Status& status) {
                   static_cast<std::uint64_t>(status.daemon.startedAt));
   text += gauge("api_up", "Whether the configuration API answers.", status.apiComplaint.empty() ? 1 : 0);
   if (status.wan) text += gauge("wan_up", "Whether a WAN is current.", status.wan->empty() ? 0 : 1);
-  if (status.ipsec.isKnown)
+  if (status.ipsec.complaint.empty())
     text += gauge("ipsec_service_up", "Whether the IPsec service runs.", status.ipsec.isRunning ? 1 : 0);
   return text;
 }

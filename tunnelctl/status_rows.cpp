@@ -5,6 +5,8 @@
 #include <set>
 #include <utility>
 
+#include "effects/effects.h"
+
 namespace {
 
 constexpr std::array<const char*, 5> kStates{"up", "partial", "down", "stale", "unknown"};
@@ -29,9 +31,13 @@ std::vector<std::string> wansInUse(const Facts& facts) {
   return {addresses.begin(), addresses.end()};
 }
 
+/// An `ip` that fails for want of an option still leaves its routes out without a word; one that hangs does not.
 std::string kernelComplaint(const Facts& facts) {
-  if (areDevicesKnown(facts)) return "";
-  return "the kernel's devices cannot be listed: ip addr fails with status " + std::to_string(facts.devicesStatus);
+  if (facts.devicesStatus == kNoAnswer) return "the kernel's devices cannot be listed: ip addr does not answer in time";
+  if (!areDevicesKnown(facts))
+    return "the kernel's devices cannot be listed: ip addr fails with status " + std::to_string(facts.devicesStatus);
+  if (facts.routesStatus == kNoAnswer) return "the kernel's routes cannot be listed: ip route does not answer in time";
+  return "";
 }
 
 bool has(const Status& status, TunnelState state) {

@@ -52,7 +52,7 @@ DaemonStatus daemonStatus(const Facts& facts);
 
 struct IpsecService {
   bool isRunning = false;
-  bool isKnown = true;  ///< only root may ask it
+  std::string complaint{};  ///< why it is not known whether it runs, or ""
   std::size_t written = 0;
   std::size_t loaded = 0;  ///< of those that are written
 };

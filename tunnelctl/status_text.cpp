@@ -49,7 +49,7 @@ std::string wanText(const Status& status) {
 }
 
 std::string serviceText(const IpsecService& service) {
-  if (!service.isKnown) return "the service runs, and only root may ask it";
+  if (!service.complaint.empty()) return service.complaint;
   const std::string written = std::to_string(service.written) + " written connections";
   if (!service.isRunning) return "the service does not run; " + written;
   return "the service runs and has loaded " + std::to_string(service.loaded) + " of " + written;

@@ -1,10 +1,11 @@
 """`tunnelctl check` on documents, outside of any router."""
 
 import json
-import os
 import pathlib
 import subprocess
 from typing import NamedTuple
+
+from companion import companion
 
 ROOT = pathlib.Path(__file__).parents[2]
 SAMPLE = ROOT / "docs" / "examples" / "router.json"
@@ -15,11 +16,6 @@ class Finding(NamedTuple):
     id: str
     pointer: str
     message: str
-
-
-def companion(program: str) -> str:
-    """The path of tunnelctl, which is built beside the program; the variable TUNNELCTL sets another."""
-    return os.environ.get("TUNNELCTL") or os.path.join(os.path.dirname(program), "..", "tunnelctl", "tunnelctl")
 
 
 def run_check(program: str, *words: str, stdin: str | bytes = "") -> subprocess.CompletedProcess:

@@ -7,6 +7,7 @@ import itertools
 import json
 import os
 
+from companion import companion
 from daemon_stories import start
 from sandbox.router import Router
 
@@ -25,15 +26,10 @@ int clock_nanosleep(clockid_t clock, int flags, const struct timespec *time, str
 """
 
 
-def companion(router: Router) -> str:
-    """The path of tunnelctl, which is built beside the program."""
-    return os.path.join(os.path.dirname(router.program_path), "..", "tunnelctl", "tunnelctl")
-
-
 def plan(router: Router, *arguments: str) -> dict:
     """What tunnelctl plans in the router, whose programs it finds as the daemon does."""
     program = router.program_path
-    router.program_path = companion(router)
+    router.program_path = companion(program)
     try:
         done = router.run("plan", "--json", "--show-secrets", "--printlvl", "100", *arguments)
     finally:

@@ -5,10 +5,10 @@ import contextlib
 import ipaddress
 import json
 
+from companion import companion
 from daemon_stories import gre, start
 from ipsec_records import interfaces, psk_tunnel
 from openvpn_records import tunnel, wait_for_children
-from plan_exactness import companion
 from sandbox.process import Completed, Process
 from sandbox.router import Router
 from tunnel_records import REMOTE, WAN
@@ -111,7 +111,7 @@ class Station:
 
     @contextlib.contextmanager
     def _companion(self):
-        program, self.router.program_path = self.router.program_path, companion(self.router)
+        program, self.router.program_path = self.router.program_path, companion(self.router.program_path)
         try:
             yield
         finally:

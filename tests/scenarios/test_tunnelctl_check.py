@@ -5,7 +5,8 @@ import os
 
 import pytest
 
-from checking import SAMPLE, Finding, companion, findings, run_check, sample
+from checking import SAMPLE, Finding, findings, run_check, sample
+from companion import companion
 from ipsec_routers import cable, conn_names, serviced
 from tunnel_records import WAN, run_once
 

@@ -6,7 +6,8 @@ import sys
 
 import pytest
 
-from checking import ROOT, companion, findings
+from checking import ROOT, findings
+from companion import companion
 from generated_documents import documents as generated
 
 sys.path.insert(0, str(ROOT / "tests"))

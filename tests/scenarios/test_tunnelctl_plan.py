@@ -6,9 +6,10 @@ import pathlib
 
 import pytest
 
+from companion import companion
 from daemon_stories import preloaded
 from generated_documents import documents
-from plan_exactness import SHIM, Comparison, companion, plan, snapshot
+from plan_exactness import SHIM, Comparison, plan, snapshot
 
 # The seeds of the generated documents, and a folder of others: scripts/exactness has more of both.
 FIRST, LAST = (int(number) for number in os.environ.get("TUNNEL_MNGR_SEEDS", "1-40").split("-"))
@@ -68,7 +69,7 @@ def planning(make_router):
 
 
 def run_companion(router, *words: str):
-    router.program_path = companion(router) if "tunnelctl" not in router.program_path else router.program_path
+    router.program_path = companion(router.program_path) if "tunnelctl" not in router.program_path else router.program_path
     return router.run(*words)
 
 

@@ -7,8 +7,8 @@ import subprocess
 
 import pytest
 
+from companion import companion
 from daemon_stories import gre
-from plan_exactness import companion
 from sandbox.router import PROGRAM_PATH
 from status_stories import NAMES, Station, write_statuses
 from tunnel_records import REMOTE, WAN
@@ -59,7 +59,8 @@ def test_watching_goes_on_until_it_is_interrupted(station):
 
 
 def test_a_terminal_is_cleared_between_two_screens(station):
-    watching = station.router.spawn(["script", "-qec", f"{companion(station.router)} status --watch", "/dev/null"],
+    command = f"{companion(station.router.program_path)} status --watch"
+    watching = station.router.spawn(["script", "-qec", command, "/dev/null"],
                                     environment={"PATH": f"{PROGRAM_PATH}:/usr/bin:/bin"})
     station.router.wait_until(lambda: watching.stdout.count("\x1b[H\x1b[2JDaemon  runs") >= 2, "two screens", 30)
     watching.terminate()
@@ -74,7 +75,7 @@ def test_the_members_of_json(station):
     assert (found["version"], found["command"], found["exitStatus"]) == (1, "status", 0)
     assert found["api"] == {"answers": True, "complaint": None}
     assert found["wan"] == {"current": WAN, "inUse": [WAN]}
-    assert found["ipsecService"] == {"running": True, "connectionsWritten": 1, "connectionsLoaded": 1}
+    assert found["ipsecService"] == {"running": True, "complaint": None, "connectionsWritten": 1, "connectionsLoaded": 1}
     daemon = found["daemon"]
     assert abs(found["time"] - daemon.pop("startedAt")) < 300
     assert daemon == {"running": True, "singleRun": False, "pid": station.daemon.pid, "printLevel": 100, "remarks": []}
@@ -130,7 +131,7 @@ def test_no_line_is_longer_because_a_name_is_long(station):
 def test_colour_is_for_terminals(station):
     assert "\x1b" not in station.status().stdout
     for environment, coloured in (({}, True), ({"NO_COLOR": "1"}, False)):
-        done = station.router.exec(["script", "-qec", f"{companion(station.router)} status", "/dev/null"],
+        done = station.router.exec(["script", "-qec", f"{companion(station.router.program_path)} status", "/dev/null"],
                                    environment={"PATH": f"{PROGRAM_PATH}:/usr/bin:/bin"} | environment)
         assert ("\x1b[32mup" in done.stdout) == coloured and "head_office" in done.stdout
 
@@ -142,6 +143,6 @@ def test_colour_is_for_terminals(station):
     (["--watch", "--json"], "--watch draws a screen, and goes with no other option")])
 def test_wrong_use_gets_one_sentence(make_router, words, complaint):
     router = make_router()
-    router.program_path = companion(router)
+    router.program_path = companion(router.program_path)
     done = router.run("status", *words)
     assert (done.status, done.stdout, done.stderr) == (2, "", f"tunnelctl: {complaint}\n")

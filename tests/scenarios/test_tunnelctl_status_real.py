@@ -4,10 +4,10 @@ import json
 
 import pytest
 
+from companion import companion
 from daemon_stories import start
 from ipsec_records import psk_tunnel
 from openvpn_records import PASS_SECONDS, tunnel
-from plan_exactness import companion
 from sandbox.certificates import Authority
 from sandbox.router import Router
 from test_ipsec_negotiation import LAN_HERE, LAN_THERE, Pair
@@ -18,7 +18,7 @@ pytestmark = pytest.mark.slow
 
 def rows(router: Router) -> dict[str, dict]:
     """The rows by name, with the real programs of the machine asked."""
-    done = router.exec([companion(router), "status", "--json"])
+    done = router.exec([companion(router.program_path), "status", "--json"])
     assert done.stderr == ""
     return {row["name"]: row for row in json.loads(done.stdout)["tunnels"]}
 

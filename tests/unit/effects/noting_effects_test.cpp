@@ -95,6 +95,15 @@ TEST(NotingEffects, AnswersAsItIsTold) {
   EXPECT_EQ(output, "");
 }
 
+TEST(NotingEffects, AnswersInTime) {
+  NotingEffects noting;
+  noting.answers["ip tunnel"] = {3, "a listing"};
+  std::string output;
+  EXPECT_EQ(noting.askWithin(std::chrono::milliseconds(0), "ip tunnel", output), 3);
+  EXPECT_EQ(output, "a listing");
+  EXPECT_EQ(noting.subjects(Act::Kind::kAsk), std::vector<std::string>{"ip tunnel"});
+}
+
 TEST(NotingEffects, GivesEveryChildANumberThatNoProcessHas) {
   NotingEffects noting;
   const pid_t first = noting.startChild([] {});

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "effects/effects.h"
 #include "tests/unit/tunnelctl/status_samples.h"
 
 namespace {
@@ -112,6 +113,25 @@ TEST(GreRows, tellTheStateAndWhy) {
          f.routesStatus = 1;
        },
        "gre1 up"},
+      {"routes that are not told in time",
+       [](Facts& f) {
+         f.routes.clear();
+         f.routesStatus = kNoAnswer;
+       },
+       "gre1 unknown: ip does not list the kernel's routes"},
+      {"routes that are not told in time, and no API",
+       [](Facts& f) {
+         f.apiComplaint = "no answer";
+         f.configuration = {};
+         f.routesStatus = kNoAnswer;
+       },
+       "gre1 unknown: ip does not list the kernel's routes"},
+      {"devices that are not told in time",
+       [](Facts& f) {
+         f.devices.clear();
+         f.devicesStatus = kNoAnswer;
+       },
+       "gre1 unknown: ip does not list the kernel's devices"},
       {"devices that cannot be listed",
        [](Facts& f) {
          f.devices.clear();

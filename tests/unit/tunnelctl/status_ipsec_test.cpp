@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "effects/effects.h"
 #include "tests/unit/tunnelctl/status_samples.h"
 
 namespace {
@@ -128,6 +129,12 @@ TEST(IpsecRows, tellTheStateAndWhy) {
          f.ipsecStatus = 127;
        },
        "office down: there is no program ipsec"},
+      {"no answer of the service",
+       [](Facts& f) {
+         f.isIpsecRunning = false;
+         f.ipsecStatus = kNoAnswer;
+       },
+       "office unknown: ipsec statusall does not answer in time"},
       {"not root",
        [](Facts& f) {
          f.isIpsecRunning = false;
@@ -197,7 +204,7 @@ TEST(IpsecService, tellsHowManyConnectionsItHasOfThoseThatAreWritten) {
   facts.ipsec.peers.erase(kSecond);
   const IpsecService service = ipsecService(facts);
   EXPECT_TRUE(service.isRunning);
-  EXPECT_TRUE(service.isKnown);
+  EXPECT_EQ(service.complaint, "");
   EXPECT_EQ(service.written, 2U);
   EXPECT_EQ(service.loaded, 1U);
 }

@@ -23,7 +23,7 @@ Status sample() {
   status.daemon = {true, 100, false, 999940, 25, {"its semaphore is gone"}};
   status.wan = "198.51.100.2";
   status.wansInUse = {"198.51.100.2"};
-  status.ipsec = {true, true, 2, 1};
+  status.ipsec = {true, "", 2, 1};
   status.tunnels.push_back({"gre", "head_office", {}, "198.51.100.2", "203.0.113.7", Traffic{308, 3000000}});
   status.tunnels.push_back({"openvpn", "depot", {TunnelState::kDown, "no child for 20 s"}});
   status.tunnels.back().lastContact = 999000;
@@ -35,7 +35,7 @@ Status blank() {
   Status status;
   status.time = 1000000;
   status.apiComplaint = "the configuration API does not answer";
-  status.ipsec.isKnown = false;
+  status.ipsec.complaint = "nobody may ask it";
   status.kernelComplaint = "ip fails";
   status.tunnels.push_back({"gre", "a", {TunnelState::kUnknown, "nobody knows"}});
   return status;
@@ -70,9 +70,9 @@ TEST(StatusText, isAScreen) {
 TEST(StatusText, tellsWhatIsNotKnown) {
   const std::vector<std::string> lines = linesOf(statusText(blank()));
   EXPECT_THAT(lines, testing::ElementsAre("Daemon  does not run", "API     the configuration API does not answer",
-                                          "WAN     unknown", "IPsec   the service runs, and only root may ask it",
-                                          "Kernel  ip fails", "", testing::StartsWith("KIND "),
-                                          testing::StartsWith("gre     a "), "        nobody knows"));
+                                          "WAN     unknown", "IPsec   nobody may ask it", "Kernel  ip fails", "",
+                                          testing::StartsWith("KIND "), testing::StartsWith("gre     a "),
+                                          "        nobody knows"));
 }
 
 TEST(StatusText, tellsOfTheWan) {
@@ -139,7 +139,7 @@ TEST(StatusJson, hasAllMembers) {
             R"("daemon":{"pid":100,"printLevel":25,"remarks":["its semaphore is gone"],"running":true,)"
             R"("singleRun":false,"startedAt":999940},)"
             R"("exitStatus":1,)"
-            R"("ipsecService":{"connectionsLoaded":1,"connectionsWritten":2,"running":true},)"
+            R"("ipsecService":{"complaint":null,"connectionsLoaded":1,"connectionsWritten":2,"running":true},)"
             R"("kernelComplaint":null,"time":1000000,"tunnels":[)"
             R"({"kind":"gre","lastContact":null,"local":"198.51.100.2","name":"head_office","reason":null,)"
             R"("receivedBytes":308,"remote":"203.0.113.7","sentBytes":3000000,"state":"up"},)"
@@ -154,7 +154,8 @@ TEST(StatusJson, isNullWhereNothingIsKnown) {
             R"("daemon":{"pid":null,"printLevel":null,"remarks":[],"running":false,"singleRun":false,)"
             R"("startedAt":null},)"
             R"("exitStatus":2,)"
-            R"("ipsecService":{"connectionsLoaded":null,"connectionsWritten":0,"running":null},)"
+            R"("ipsecService":{"complaint":"nobody may ask it",)"
+            R"("connectionsLoaded":null,"connectionsWritten":0,"running":null},)"
             R"("kernelComplaint":"ip fails","time":1000000,"tunnels":[)"
             R"({"kind":"gre","lastContact":null,"local":null,"name":"a","reason":"nobody knows",)"
             R"("receivedBytes":null,"remote":null,"sentBytes":null,"state":"unknown"}],)"

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "effects/effects.h"
 #include "tests/unit/tunnelctl/status_samples.h"
 
 namespace {
@@ -78,6 +79,14 @@ TEST(Judge, tellsOfTheApiAndTheKernel) {
   EXPECT_EQ(status.apiComplaint, "no answer");
   EXPECT_FALSE(status.wan.has_value());
   EXPECT_EQ(status.kernelComplaint, "the kernel's devices cannot be listed: ip addr fails with status 127");
+}
+
+TEST(Judge, tellsWhatIpHasNotAnswered) {
+  Facts found = facts();
+  found.routesStatus = kNoAnswer;
+  EXPECT_EQ(judge(found).kernelComplaint, "the kernel's routes cannot be listed: ip route does not answer in time");
+  found.devicesStatus = kNoAnswer;
+  EXPECT_EQ(judge(found).kernelComplaint, "the kernel's devices cannot be listed: ip addr does not answer in time");
 }
 
 TEST(Judge, tellsTheLocalEndsOfWhatIsThere) {
