@@ -4,7 +4,10 @@ The outcome of each command and the listing follow ip-tunnel(8): its errors leav
 refusal) or 255 (an argument that it rejects)."""
 
 import socket
+from collections.abc import Callable
 from typing import NamedTuple
+
+from sandbox.link_model import LIST_LINKS, LIST_ROUTES, LinkModel
 
 FALLBACK_LINE = "gre0: gre/ip  remote any  local any  ttl inherit  nopmtudisc\n"
 LONGEST_NAME = 15
@@ -32,28 +35,42 @@ class Tunnel(NamedTuple):
 
 
 class GreModel:
-    """The simulated tunnels, in the order of their creation. The caller keeps threads apart."""
+    """The simulated tunnels, in the order of their creation. The caller keeps threads apart. `kernel` answers the
+    questions of LIST_LINKS and LIST_ROUTES for what is not simulated."""
 
-    def __init__(self):
+    def __init__(self, kernel: Callable[[list[str]], list[dict]] = lambda _: []):
         self.tunnels: list[Tunnel] = []
+        self._links = LinkModel()
+        self._kernel = kernel
         self._extra = ""
         self._loaded = False
 
     def answer(self, arguments: list[str]) -> tuple[int, str, str]:
         """Exit status, standard output and standard error of `ip` with these arguments."""
-        if arguments[:1] != ["tunnel"]:
-            return 0, "", ""
         try:
-            match arguments[1:]:
-                case [] | ["show"] | ["list"]:
-                    return 0, self.listing(), ""
-                case ["add", *rest]:
-                    self._add(rest)
-                case ["del", name, *_]:
-                    self._delete(name)
+            return 0, self._obey(arguments), ""
         except Refused as refusal:
             return refusal.status, "", refusal.text
-        return 0, "", ""
+
+    def _obey(self, arguments: list[str]) -> str:
+        match arguments:
+            case ["tunnel"] | ["tunnel", "show" | "list"]:
+                return self.listing()
+            case ["tunnel", "add", *rest]:
+                self._add(rest)
+            case ["tunnel", "del", name, *_]:
+                self._delete(name)
+            case ["link", "set", name, state]:
+                self._links.set(name, state)
+            case ["addr", "add", address, "dev", name]:
+                self._links.add_address(name, address)
+            case ["route", "add", network, "dev", name]:
+                self._links.add_route(name, network)
+            case _ if arguments == LIST_LINKS:
+                return self._links.links(self.tunnels, self._kernel(arguments))
+            case _ if arguments == LIST_ROUTES:
+                return self._links.routes(self.tunnels, self._kernel(arguments))
+        return ""
 
     def listing(self) -> str:
         """The output of `ip tunnel`. The fallback device comes with the first tunnel and stays."""
@@ -77,6 +94,7 @@ class GreModel:
         if name not in [tunnel.name for tunnel in self.tunnels]:
             raise Refused(1, f'delete tunnel "{name}" failed: No such device')
         self.tunnels = [tunnel for tunnel in self.tunnels if tunnel.name != name]
+        self._links.forget(name)
 
 
 def _parse(words: list[str]) -> Tunnel:

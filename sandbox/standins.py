@@ -1,10 +1,12 @@
 """Inside the router: the keeper's side of standin.c: records every command and says how the stand-in is to behave."""
 
 import contextlib
+import json
 import os
 import select
 import socket
 import struct
+import subprocess
 import threading
 from typing import NamedTuple
 
@@ -62,7 +64,7 @@ class StandIns:
         self._shells: dict[int, tuple[int, str]] = {}  # the running command of a shell: number of its event, text
         self._live: dict[int, tuple[str, socket.socket]] = {}
         self.seen_pids: set[int] = set()
-        self._gre = GreModel()
+        self._gre = GreModel(_real_listing)
 
     def start(self) -> None:
         for program in PROGRAMS:
@@ -234,6 +236,12 @@ def _wait_for_end(pidfd: int) -> None:
 
 def _real_path(program: str) -> str:
     return next((path for folder in REAL_FOLDERS if os.access(path := f"{folder}/{program}", os.X_OK)), program)
+
+
+def _real_listing(arguments: list[str]) -> list[dict]:
+    """What the real `ip` of the machine prints of this router, in JSON."""
+    done = subprocess.run([_real_path("ip"), *arguments], capture_output=True, text=True)
+    return [entry for entry in json.loads(done.stdout or "[]") if entry]  # it leaves {} for what it does not show
 
 
 def _comm(pid: int) -> str:

@@ -1,11 +1,13 @@
 """Sandbox: programs and their commands are recorded exactly, and stand-ins behave as programmed."""
 
+import json
 import shutil
 import signal
 
 import pytest
 
 from sandbox.gre_model import GreModel
+from sandbox.link_model import LIST_LINKS, LIST_ROUTES
 from test_sandbox import DAEMON
 
 
@@ -117,6 +119,39 @@ def test_the_model_lists_what_was_added():
                                            "g1: gre/ip  remote 1.1.1.1  local 2.2.2.2  ttl 64\n")
     assert model.answer(["tunnel", "del", "g1"]) == (0, "", "")
     assert model.listing().count("\n") == 1
+
+
+def test_the_model_tells_of_links_and_routes_behind_those_of_the_kernel():
+    model = GreModel(lambda arguments: [{"asked": arguments}])
+
+    def told(arguments: list[str]) -> list[dict]:
+        first, *rest = json.loads(model.answer(arguments)[1])
+        assert first == {"asked": arguments}
+        return rest
+
+    assert told(LIST_LINKS) == told(LIST_ROUTES) == []
+    for arguments in (ADD, ["addr", "add", "10.9.9.1/255.255.255.252", "dev", "g1"], ["addr", "add", "x/1", "dev", "g1"],
+                      ["route", "add", "192.168.50.0/24", "dev", "g1"], ["route", "add", "10.0.0.0/8", "dev", "absent"]):
+        assert model.answer(arguments) == (0, "", "")
+    link, = told(LIST_LINKS)
+    assert (link["ifname"], link["flags"]) == ("g1", ["POINTOPOINT", "NOARP"])
+    assert link["linkinfo"] == {"info_kind": "gre", "info_data": {"local": "2.2.2.2", "remote": "1.1.1.1", "ttl": "64"}}
+    assert link["addr_info"] == [{"family": "inet", "local": "10.9.9.1", "prefixlen": 30}]
+    assert [(route["dst"], route["dev"]) for route in told(LIST_ROUTES)] == [("192.168.50.0/24", "g1")]
+    for state, flags in (("up", ["UP"]), ("down", [])):
+        model.answer(["link", "set", "g1", state])
+        assert told(LIST_LINKS)[0]["flags"][2:] == flags
+    model.answer(["tunnel", "del", "g1"])
+    assert told(LIST_LINKS) == told(LIST_ROUTES) == []
+    model.answer(ADD)
+    assert told(LIST_LINKS)[0]["addr_info"] == told(LIST_ROUTES) == []
+
+
+def test_the_stand_in_tells_of_the_links_that_the_router_has(routed):
+    r = routed("import os; os.system('ip -j -s -d addr')")
+    r.preset_gre({"name": "old", "remote": "1.1.1.1", "local": "2.2.2.2", "ttl": "64"})
+    names = [link["ifname"] for link in json.loads(r.run().stdout)]
+    assert "lo" in names and names[-1] == "old"
 
 
 @pytest.mark.parametrize("arguments, status, complaint", [

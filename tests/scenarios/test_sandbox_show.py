@@ -10,6 +10,7 @@ import threading
 
 import pytest
 
+from companion import companion
 from sandbox.runs import runs, table
 from sandbox.show import Show
 from sandbox.timeline import Event
@@ -236,7 +237,8 @@ DEADLINE = 240  # seconds; it needs 45
 
 def demonstrate(program: str) -> str:
     """What the demonstration prints from a pipe, with commands for --keep, and `quit` when their run is over."""
-    argv = [sys.executable, "-B", "-m", "sandbox.demo", "--program", os.path.abspath(program), "--keep"]
+    argv = [sys.executable, "-B", "-m", "sandbox.demo", "--program", os.path.abspath(program), "--companion",
+            companion(program), "--keep"]
     with subprocess.Popen(argv, cwd=ROOT, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           text=True) as demo:
         deadline = threading.Timer(DEADLINE, demo.kill)
@@ -257,12 +259,22 @@ def test_the_demonstration_tells_what_is_so(program):
     chapters = [chapter.partition("\n")[::2] for chapter in demonstrate(program).split("\n== ")[1:]]
     assert [title.partition(",")[0] for title, _ in chapters] == [
         "The daemon starts", "What was written for IPsec", "head-office.example.net moves to 203.0.113.77",
-        "The router fails over to its second WAN", "The router stays up", "The tunnels while the daemon runs",
+        "What would a failover to the second WAN", "The router fails over to its second WAN", "What is up",
+        "The router stays up", "The tunnels while the daemon runs",
         "The daemon gets SIGTERM", "The tunnels that are left without the daemon", "The runs"]
-    start, _, moved, other_wan, kept, before, end, after, table_of_runs = [text for _, text in chapters]
+    start, _, moved, plan, other_wan, status, kept, before, end, after, table_of_runs = [text for _, text in chapters]
     for text in (start, moved, other_wan, kept):
         assert (text.count("MANAGING TUNNELS"), text.count("runs   openvpn")) == (1, 2)
     assert "[203.0.113.77]" in moved and "local 203.0.113.40" in other_wan
+
+    planned = re.findall("^  run +(.*)", plan, re.MULTILINE)
+    assert len(planned) > 5 and all(f"runs   {command}\n" in other_wan for command in planned)
+    assert '+"203.0.113.40" "203.0.113.20" : PSK "***"\n' in plan and "Outage: about 17 commands" in " ".join(plan.split())
+    assert "\nWAN     203.0.113.40, which tunnels use\n" in status
+    assert re.findall(r"^(\w+) +(\w+) +(up|down) +203.0.113.40 ", status, re.MULTILINE) == [
+        ("gre", "head_office", "up"), ("gre", "branch", "up"), ("ipsec", "main_site", "down"), ("ipsec", "partner", "down")]
+    assert status.count("no answer from 203.0.113.") == 2 and status.count("openvpn has run for ") == 2
+    assert max(map(len, (plan + status).splitlines())) <= 120
 
     assert "router> wan 192.0.2.300\n192.0.2.300 is no IPv4 address such as 203.0.113.7.\n" in kept
     assert "router> shell\nThe command shell needs a terminal.\n" in kept
