@@ -8,7 +8,7 @@ declare -A kPackages=(
   [lab]="python3 iproute2 iputils-ping openssl openvpn strongswan-starter strongswan-charon libstrongswan-standard-plugins libcharon-extra-plugins tcpdump"
   [machine]="busybox-static kmod qemu-system-x86"
   [fuzz]="clang libclang-rt-dev llvm"
-  [bench]="libbenchmark-dev python3 python3-matplotlib curl jq"
+  [bench]="libbenchmark-dev python3 python3-jsonschema python3-matplotlib curl jq strace"
   [coverage]="clang libclang-rt-dev llvm"
   [check]="clang clang-format clang-tidy cppcheck groff-base python3 python3-jsonschema"
 )

@@ -8,7 +8,7 @@ import os
 import pathlib
 import sys
 
-from bench import monitors, names, outage, picture, rebuild, sizes, texts
+from bench import companion, monitors, names, outage, picture, rebuild, sizes, texts
 from bench.recording import Difference
 from bench.room import Failed
 from bench.section import Section
@@ -26,6 +26,7 @@ def _parse() -> argparse.Namespace:
 def main() -> int:
     options = _parse()
     program = options.release.resolve() / "core" / "tunnel_mngr"
+    tunnelctl = options.release.resolve() / "tunnelctl" / "tunnelctl"
     programs = options.release.resolve() / "tests" / "bench"
     print(_machine(), flush=True)
     _go_first()
@@ -36,8 +37,9 @@ def main() -> int:
                  lambda: [outage.measure(program, programs)],
                  lambda: [names.measure(program, programs)],
                  lambda: monitors.measure(program, programs),
+                 lambda: [companion.measure(tunnelctl, program, programs)],
                  lambda: [sizes.measure_stacks(program, programs)],
-                 lambda: [sizes.measure_size(program, options.self_contained)],
+                 lambda: [sizes.measure_size(program, options.self_contained, tunnelctl)],
                  lambda: [texts.measure(programs)]]
         sections = []
         for step in steps:

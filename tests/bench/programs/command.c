@@ -1,8 +1,8 @@
 /* Stands in for every program of the router while a run is timed: it ends at once, so that what is timed is the one
- * who runs it. As `ip tunnel` it prints the tunnels that the kernel is to have; as `openvpn` it stays where that is
- * asked for. Each call makes the file of calls a byte longer, but those as openvpn, of which nobody knows how far they
- * come before the run that started them has ended, and as ping, which is of no run. To be linked statically: the less a
- * command costs, the more the costs of its caller stand out. */
+ * who runs it. As `ip tunnel`, `ip -j ...` and `ipsec statusall` it prints what the kernel and the service are to have;
+ * as `openvpn` it stays where that is asked for. Each call makes the file of calls a byte longer, but those as openvpn,
+ * of which nobody knows how far they come before the run that started them has ended, and as ping, which is of no run.
+ * To be linked statically: the less a command costs, the more the costs of its caller stand out. */
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -10,7 +10,6 @@
 #include <time.h>
 #include <unistd.h>
 
-static const char kListing[] = "/run/bench/ip-tunnel";
 static const char kCalls[] = "/run/bench/calls";
 static const char kStays[] = "/run/bench/openvpn-stays"; /* for how many milliseconds after the first SIGTERM */
 static const char kReady[] = "/run/bench/openvpn-ready"; /* a byte longer for each that stays */
@@ -21,8 +20,18 @@ static int lengthen(const char* path) {
   return file >= 0 && write(file, ".", 1) == 1;
 }
 
-static int printListing(void) {
-  const int listing = open(kListing, O_RDONLY);
+/* What these arguments ask for lies in a file; null for those that ask for nothing. */
+static const char* listingOf(const char* name, int argc, char** argv) {
+  if (argc < 2) return NULL;
+  if (strcmp(name, "ipsec") == 0) return strcmp(argv[1], "statusall") == 0 ? "/run/bench/ipsec-statusall" : NULL;
+  if (strcmp(name, "ip") != 0) return NULL;
+  if (argc == 2 && strcmp(argv[1], "tunnel") == 0) return "/run/bench/ip-tunnel";
+  if (strcmp(argv[1], "-j") != 0) return NULL;
+  return strcmp(argv[argc - 1], "addr") == 0 ? "/run/bench/ip-addr" : "/run/bench/ip-route";
+}
+
+static int print(const char* path) {
+  const int listing = open(path, O_RDONLY);
   char text[65536];
   ssize_t size = -1;
   while ((size = read(listing, text, sizeof text)) > 0) {
@@ -67,6 +76,6 @@ int main(int argc, char** argv) {
   if (strcmp(name, "openvpn") == 0) return stay();
   if (strcmp(name, "ping") == 0) return 0;
   if (!lengthen(kCalls)) return 1;
-  const int isListing = strcmp(name, "ip") == 0 && argc == 2 && strcmp(argv[1], "tunnel") == 0;
-  return isListing && !printListing();
+  const char* const listing = listingOf(name, argc, argv);
+  return listing != NULL && !print(listing);
 }
