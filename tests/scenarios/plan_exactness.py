@@ -86,12 +86,16 @@ class Comparison:
         self.router = router
         self.daemon = start(router)
 
-    def compare(self, documents: dict) -> dict:
-        """Plans a run on these documents, has the daemon perform it, and asserts that both are alike."""
+    def compare(self, documents: dict, answers: dict[str, bytes] | None = None) -> dict:
+        """Plans a run on these documents, or on `answers` of the API in place of some (by request), has the daemon perform
+        it, and asserts that both are alike."""
         router = self.router
         with router.documents.edit() as current:
             current.clear()
             current.update(documents)
+        router.api.reset()
+        for request, body in (answers or {}).items():
+            router.api.on(request, body=body)
         planned = plan(router)
         before = snapshot(router)
         mark = router.mark("the run")

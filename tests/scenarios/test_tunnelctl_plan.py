@@ -10,11 +10,14 @@ from companion import companion
 from daemon_stories import preloaded
 from generated_documents import documents
 from plan_exactness import SHIM, Comparison, plan, snapshot
+from seed_documents import CASES, NOT_OF_A_RUN, SEEDS, cases
 
+CHUNK = 10  # documents for one daemon, which looks for another WAN by itself after 30 seconds
 # The seeds of the generated documents, and a folder of others: scripts/exactness has more of both.
 FIRST, LAST = (int(number) for number in os.environ.get("TUNNEL_MNGR_SEEDS", "1-40").split("-"))
 KEPT = os.environ.get("TUNNEL_MNGR_KEPT_DOCUMENTS")
-CHUNK = 10  # documents for one daemon
+KEPT_PATHS = sorted(pathlib.Path(KEPT).glob("*.json")) if KEPT else []
+SEED_CASES = cases()
 ROOT = pathlib.Path(__file__).parents[2]
 
 
@@ -38,11 +41,32 @@ def test_generated_documents_are_planned_as_they_are_run(comparison, first):
 
 
 @pytest.mark.skipif(KEPT is None, reason="TUNNEL_MNGR_KEPT_DOCUMENTS names no folder of documents; scripts/exactness makes one")
-def test_kept_documents_are_planned_as_they_are_run(comparison):
-    paths = sorted(pathlib.Path(KEPT).glob("*.json"))
+@pytest.mark.parametrize("first", range(0, max(len(KEPT_PATHS), 1), CHUNK))
+def test_kept_documents_are_planned_as_they_are_run(comparison, first):
+    paths = KEPT_PATHS[first:first + CHUNK]
     for path in paths:
         comparison.compare(json.loads(path.read_text()))
     assert paths
+
+
+@pytest.mark.parametrize("first", range(0, len(SEED_CASES), CHUNK))
+def test_the_fuzzers_seeds_are_planned_as_they_are_run(comparison, first):
+    for case in SEED_CASES[first:first + CHUNK]:
+        comparison.router.preset_gre(extra=case.kernel)
+        comparison.compare(case.documents, case.answers)
+
+
+def test_every_seed_that_a_run_may_meet_is_among_them():
+    met = [folder for folder in SEEDS.iterdir() if folder.name not in NOT_OF_A_RUN]
+    assert {folder.name for folder in met} == set(CASES)
+    assert {case.name.split()[0] for case in SEED_CASES} == {"router.json"}.union(
+        *({seed.name for seed in folder.iterdir()} for folder in met))
+
+
+def test_a_seed_that_is_an_answer_is_what_a_run_gets(comparison):
+    case, = (case for case in SEED_CASES if case.name == "error.json as tunnels")
+    assert comparison.compare(case.documents, case.answers)["outcome"] == "failed"
+    assert comparison.compare(case.documents)["outcome"] == "done"
 
 
 # ---- what it prints ----
