@@ -66,8 +66,12 @@ Json::Value fetchDocuments() {
   Json::Value documents(Json::objectValue);
   for (const Request& request : requests()) {
     Json::Value result;
+    const std::string path = request.url.substr(strlen(API_HOST));
     if (!queryApiQuiet(request.url.c_str(), result))
-      throw Complaint("the configuration API does not answer " + request.url.substr(strlen(API_HOST)));
+      throw Complaint("the configuration API does not answer " + path);
+    // A run treats no result as an object without members, and throws at anything else that is none.
+    if (!request.members.empty() && !result.isObject() && !result.isNull())
+      throw Complaint("the configuration API answers " + path + " with a result that is no object");
     if (request.members.empty()) documents["wans"] = result;
     for (const char* member : request.members) {
       if (result.isObject()) documents[member] = result[member];

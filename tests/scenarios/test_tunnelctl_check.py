@@ -8,6 +8,7 @@ import pytest
 from checking import SAMPLE, Finding, findings, run_check, sample
 from companion import companion
 from ipsec_routers import cable, conn_names, serviced
+from sandbox.router import PROGRAM_PATH
 from tunnel_records import WAN, run_once
 
 # Some of everything: two tunnels with faults, a disabled one, a name for a terminal to stumble over, a text too long.
@@ -145,6 +146,25 @@ def test_without_the_api_it_cannot_tell(make_router):
     router.api.absent()
     done = router.exec([companion(router.program_path), "check", "--json"])
     assert done.status == 2 and done.stderr == "tunnelctl: the configuration API does not answer /api/waninfo/wans\n"
+
+
+@pytest.mark.parametrize("result", [[], ["a"], "text", 5], ids=str)
+def test_of_an_answer_without_an_object_it_cannot_tell(make_router, result):
+    """A run ends at it: no member of it can be read."""
+    router = make_router(sample())
+    router.api.on("tunnels", envelope={"code": 200, "result": result})
+    done = router.exec([companion(router.program_path), "check"])
+    assert (done.status, done.stdout) == (2, "")
+    assert done.stderr == ("tunnelctl: the configuration API answers /api?fields=greTunnels,ipsecTunnels,ni with a result that "
+                           "is no object\n")
+    planned = router.exec([companion(router.program_path), "plan", "--json"], environment={"PATH": PROGRAM_PATH})
+    assert planned.status == 1 and json.loads(planned.stdout)["outcome"] == "threw"
+
+
+def test_of_no_result_it_tells_as_of_an_empty_one(make_router):
+    router = make_router(sample())
+    router.api.on("tunnels", envelope={"code": 200})
+    assert checked(router) == (0, [])
 
 
 def test_what_has_no_finding_is_what_the_service_takes(make_router):
