@@ -64,6 +64,7 @@ TEST(SystemLog, writesTheLocalTime) {
   checkInChild([] {
     enterPrivateMounts();
     setenv("TZ", "IST-5:30", 1);
+    tzset();  // localtime_r(3) looks at TZ when it is first called, which a test before this one may have done
     const DatagramSocket collector = DatagramSocket::ofSystemLog();
     SystemLog log;
     ASSERT_TRUE(log.open("IDENT", 0, 0));

@@ -12,9 +12,8 @@ namespace {
 
 /// Of the manual that lies in docs/.
 std::string manual() {
-  const std::string here = __FILE__;
   std::string text;
-  ZEL::System::readFile(here.substr(0, here.rfind("tests/unit/")) + "docs/findings.md", text);
+  ZEL::System::readFile(FINDINGS_PAGE, text);
   return text;
 }
 
