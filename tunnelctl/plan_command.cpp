@@ -25,7 +25,7 @@ PlanSources sourcesOf(const Options& options) {
 }
 
 /// The members at which such a run ends, in the documents' order, as the check of the same documents finds them.
-/// \throws Complaint when the API does not serve them: then that is why the run ends, and nothing is planned.
+/// \throws Complaint when the API does not serve them: then that is why the run ends.
 std::vector<std::string> culpritsOf(const std::optional<Json::Value>& documents) {
   std::vector<std::string> culprits;
   for (const Finding& finding : findingsOf(documents ? *documents : fetchDocuments(), {})) {
@@ -43,11 +43,17 @@ int performPlan(const std::vector<std::string>& words) {
   report.showSecrets = options.has("show-secrets");
   const PlanSources sources = sourcesOf(options);
   Plan plan = planRun(sources);
-  if (plan.outcome != Plan::Outcome::kDone) plan.culprits = culpritsOf(sources.documents);
+  std::optional<Complaint> unserved;
+  try {
+    if (plan.outcome != Plan::Outcome::kDone) plan.culprits = culpritsOf(sources.documents);
+  } catch (const Complaint& complaint) {
+    unserved = complaint;
+  }
   if (options.has("json")) {
     printJson("plan", jsonOf(plan, report));
   } else {
     printPlan(plan, report);
   }
+  if (unserved) throw *unserved;
   return plan.outcome == Plan::Outcome::kDone ? 0 : 1;
 }

@@ -158,7 +158,7 @@ def test_of_an_answer_without_an_object_it_cannot_tell(make_router, result):
     assert done.stderr == ("tunnelctl: the configuration API answers /api?fields=greTunnels,ipsecTunnels,ni with a result that "
                            "is no object\n")
     planned = router.exec([companion(router.program_path), "plan", "--json"], environment={"PATH": PROGRAM_PATH})
-    assert planned.status == 1 and json.loads(planned.stdout)["outcome"] == "threw"
+    assert planned.status == 2 and planned.stderr == done.stderr and json.loads(planned.stdout)["outcome"] == "threw"
 
 
 def test_of_no_result_it_tells_as_of_an_empty_one(make_router):
