@@ -1,0 +1,196 @@
+"""tunnel_mngr-foreground stays for as long as the daemon does, in the shell of Debian and in BusyBox's."""
+
+import signal
+
+import pytest
+
+from daemon_stories import PID_FILE, SEMAPHORE, assert_no_instance, documents, gre, wait_until_idle
+from init_systems import ENDED, FOREGROUND, NO_SHARED_MEMORY, House
+from sandbox.process import Process
+
+SHELLS = {"debian": ["/bin/sh"], "busybox": ["busybox", "sh"]}
+HOLDER = """
+import mmap, os, sys, time
+descriptor = os.open(sys.argv[1], os.O_CREAT | os.O_RDWR)
+os.truncate(descriptor, 32)
+kept = mmap.mmap(descriptor, 32)
+os.close(descriptor)
+print("open", flush=True)
+time.sleep(1000)
+"""
+
+
+@pytest.fixture(params=SHELLS)
+def shell(request) -> list[str]:
+    return SHELLS[request.param]
+
+
+@pytest.fixture
+def house(make_router, program, tmp_path) -> House:
+    return House(make_router(documents(gre("one"))), program, tmp_path)
+
+
+def start(house: House, shell: list[str] = SHELLS["debian"], *arguments: str) -> Process:
+    return house.router.spawn([*shell, FOREGROUND, *arguments])
+
+
+def started(house: House, shell: list[str] = SHELLS["debian"]) -> tuple[Process, Process]:
+    """The script and the daemon, whose first run is over."""
+    mark = house.router.mark()
+    script = start(house, shell)
+    return script, house.wait_for_run(mark)
+
+
+def leave_remains(house: House, number: int | str, semaphore: str = SEMAPHORE) -> None:
+    """As a daemon that was killed leaves them."""
+    house.router.write_file(semaphore, "")
+    house.router.write_file(PID_FILE, f"{number}\n")
+
+
+# ---- start and end ----
+
+def test_it_lasts_as_long_as_the_daemon(house, shell):
+    script, daemon = started(house, shell)
+    house.assert_prepared(daemon)
+    wait_until_idle(house.router, daemon)
+    assert house.runs() == 1 and script.alive()
+    daemon.signal(signal.SIGKILL)
+    assert script.wait_exit() == 1
+    assert (script.stdout, script.stderr) == ("", ENDED)
+
+
+def test_sigterm_is_passed_on(house, shell):
+    script, daemon = started(house, shell)
+    script.signal(signal.SIGTERM)
+    assert script.wait_exit() == 0 and not daemon.alive()
+    assert (script.stdout, script.stderr) == ("", "")
+    assert_no_instance(house.router)
+
+
+def test_sighup_is_passed_on_and_causes_one_run(house, shell):
+    script, daemon = started(house, shell)
+    house.assert_one_run_more(lambda: script.signal(signal.SIGHUP), daemon)
+    assert script.alive()
+
+
+def test_the_daemon_is_given_the_arguments(house):
+    start(house, SHELLS["debian"], "--printlvl", "100")
+    house.router.wait_for("log", "ip tunnel add one mode gre")  # logged at level 100 only
+
+
+def test_the_script_ends_after_the_run_that_is_under_way(house):
+    house.router.program("firewall").on(stay=True, times=1)
+    script = start(house)
+    house.router.wait_for("exec", program="firewall")
+    daemon = house.router.wait_until(house.daemons, "the daemon")[0]
+    house.router.wait_until(lambda: house.router.exists(PID_FILE) and house.router.find("log", "MANAGING"), "the run")
+    script.signal(signal.SIGTERM)
+    house.router.wait_until(lambda: not house.router.exists(PID_FILE), "the daemon to be told")
+    assert daemon.alive() and script.alive()
+    house.router.program("firewall").exit()
+    assert script.wait_exit() == 0 and not daemon.alive()
+
+
+# ---- another instance ----
+
+def test_a_running_daemon_is_waited_for_and_ended(house, shell):
+    _, daemon = started(house, shell)
+    mark = house.router.mark()
+    second = start(house, shell)
+    house.assert_left_alone(daemon, mark)
+    second.signal(signal.SIGTERM)
+    assert second.wait_exit() == 0 and not daemon.alive()
+    assert len(house.router.find("start", role="exec")) and house.runs(mark) == 0
+
+
+def test_a_single_run_is_waited_for(house):
+    house.router.program("firewall").on(stay=True, times=1)
+    single = house.router.spawn(["/usr/sbin/tunnel_mngr", "--printlvl", "50"])
+    house.router.wait_for("exec", program="firewall")
+    mark = house.router.mark()
+    script = start(house)
+    waiting = lambda: house.processes("sleep", "1")  # noqa: E731
+    house.router.wait_until(waiting, "the script to wait")
+    assert not house.daemons() and script.alive()
+    house.router.program("firewall").exit()
+    assert single.wait_exit() == 0
+    house.wait_for_run(mark)
+    assert not house.router.find("log", "Signaling to process")
+
+
+@pytest.mark.parametrize("name", [SEMAPHORE, "/dev/shm/TUNNEL_MANAGER"])
+def test_who_has_the_semaphore_open_is_at_work(house, name):
+    """The second name is another C library's; whoever has it open there keeps the script from starting, too."""
+    holder = house.router.spawn(["/usr/bin/python3", "-c", HOLDER, name])
+    house.router.wait_until(lambda: holder.stdout == "open\n", "the semaphore")
+    script = start(house)
+    house.router.wait_until(lambda: house.processes("sleep", "1"), "the script to wait")
+    assert script.alive() and not house.daemons() and house.router.exists(name)
+    holder.signal(signal.SIGKILL)
+    house.wait_for_run(0)
+    assert house.router.exists(name) == (name == SEMAPHORE)
+
+
+# ---- the remains of a daemon that was killed ----
+
+def test_a_process_that_has_the_number_of_a_dead_daemon_is_left_alone(house, shell):
+    """The program itself would take that process for its daemon and send it SIGHUP, of which it would die."""
+    bystander = house.router.spawn(["sleep", "1000"])
+    leave_remains(house, bystander.pid)
+    _, daemon = started(house, shell)
+    assert bystander.alive() and daemon.pid != bystander.pid
+    assert house.router.read_file(PID_FILE) == f"{daemon.pid}\n"
+    assert not house.router.find("log", "Signaling to process")
+
+
+@pytest.mark.parametrize("contents", ["", "abc", "-1", "0", "2147483647"])
+def test_the_first_start_after_a_kill_works(house, contents):
+    leave_remains(house, contents)
+    started(house)
+    assert house.runs() == 1 and not house.router.find("log", "Signaling to process")
+
+
+# ---- what is in the way of a start ----
+
+def test_without_shared_memory_it_says_so_in_one_line(house, shell):
+    house.take_shared_memory_away()
+    script = start(house, shell)
+    assert script.wait_exit() == 1
+    assert (script.stdout, script.stderr) == ("", NO_SHARED_MEMORY)
+    assert not house.router.log_lines()
+
+
+def test_shared_memory_that_is_read_only_is_none(house, shell):
+    house.do(["mount", "-o", "remount,ro", "/dev/shm"])
+    script = start(house, shell)
+    assert (script.wait_exit(), script.stderr) == (1, NO_SHARED_MEMORY)
+
+
+def test_a_start_that_fails_is_told(house):
+    script = start(house, SHELLS["debian"], "--printlvl", "101")
+    assert script.wait_exit() == 1
+    assert script.stderr == "tunnel_mngr: did not start (status 1); the system log may tell why.\n"
+
+
+def test_a_signal_during_the_start_ends_it(house, shell):
+    """The program asks the API before it becomes a daemon, and may wait for the answer for a minute."""
+    house.router.api.on("wans", hang=True)
+    script = start(house, shell)
+    house.router.wait_for("api", "wans")
+    assert house.router.exists(SEMAPHORE)
+    script.signal(signal.SIGTERM)
+    assert script.wait_exit() == 0
+    assert (script.stderr, house.daemons()) == ("", [])
+    assert_no_instance(house.router)
+
+
+def test_a_sighup_during_the_start_is_passed_on_later(house):
+    house.router.api.on("wans", hang=True, times=1)
+    script = start(house)
+    house.router.wait_for("api", "wans")
+    script.signal(signal.SIGHUP)
+    house.router.api.reset()
+    house.router.api.release()
+    house.router.wait_until(lambda: house.runs() == 2, "a run for the signal")
+    wait_until_idle(house.router, house.daemon())
+    assert house.runs() == 2
