@@ -1,5 +1,5 @@
-"""What the stories about init systems share: routers with the program and its scripts installed below /usr, as a package
-has them, beside Debian's own init systems and supervisors; and ways to see what becomes of the daemon in there."""
+"""What the stories about init systems share: routers with the program and its scripts installed below /usr, as a
+package has them, beside Debian's own init systems and supervisors; and ways to see what becomes of the daemon there."""
 
 import fcntl
 import pathlib
@@ -9,7 +9,7 @@ import subprocess
 
 import pytest
 
-from daemon_stories import MONITORS_START, PID_FILE, RUN_BEGINS, SEMAPHORE, assert_no_instance, wait_until_idle
+from daemon_stories import MONITORS_START, PID_FILE, RUN_BEGINS, SEMAPHORE, wait_until_idle
 from sandbox.process import Process
 from sandbox.router import Router
 
@@ -71,7 +71,7 @@ def _install(root: pathlib.Path, program: str) -> None:
     for name in ("tunnel_mngr-foreground", "tunnel_mngr-functions"):
         _write(root / "usr/libexec" / name, configured((PACKAGING / f"{name}.in").read_text()))
     _write(root / "usr/lib/tmpfiles.d/tunnel_mngr.conf", (PACKAGING / "tunnel_mngr.conf").read_text())
-    _write(root / "etc/init.d/README", "So that there is this folder.\n")
+    (root / "etc").mkdir(exist_ok=True)
     for name in STAND_INS:  # an init system has a search path of its own
         _write(root / "usr/sbin" / name, f'#!/bin/sh\nexec /run/sandbox/bin/{name} "$@"\n')
     shutil.copy(program, root / "usr/sbin/tunnel_mngr")
@@ -89,6 +89,7 @@ class House:
     def __init__(self, router: Router, program: str, root: pathlib.Path, packages: tuple[str, ...] = (),
                  files: dict[str, str] | None = None):
         self.router = router
+        self.view = ""  # where the root is that the daemon sees
         for package in packages:
             _add_package(root, package)
         _install(root, program)
@@ -105,6 +106,14 @@ class House:
         done = self.router.exec(argv, timeout=timeout)
         assert done.status == status, (argv, done.status, done.stdout, done.stderr)
         return done
+
+    def boot(self, *argv: str) -> Process:
+        """Starts this as the first process of process and mount namespaces of its own; returns it as the router sees
+        it."""
+        machine = self.router.spawn(["unshare", "--pid", "--fork", "--kill-child", "--mount-proc", *argv])
+        [first] = self.router.wait_until(machine.children, "the first process")
+        self.view = f"/proc/{first}/root"
+        return self.router.process(first)
 
     def take_shared_memory_away(self) -> None:
         self.do(["umount", "/dev/shm"])
@@ -131,7 +140,7 @@ class House:
     def daemon(self) -> Process:
         """The one daemon, which has said its number where it must."""
         [daemon] = self.daemons()
-        assert self.router.read_file(PID_FILE).strip() and self.router.exists(SEMAPHORE)
+        assert self.router.read_file(PID_FILE).strip() and self.router.exists(self.view + SEMAPHORE)
         return daemon
 
     def runs(self, since: int = 0) -> int:
@@ -190,4 +199,4 @@ class House:
     def assert_stopped(self, daemon: Process) -> None:
         self.wait_for_end(daemon)
         self.router.wait_until(lambda: not self.scripts(), "the end of the script", timeout=20)
-        assert_no_instance(self.router)
+        assert not self.router.exists(self.view + PID_FILE) and not self.router.exists(self.view + SEMAPHORE)

@@ -194,3 +194,41 @@ def test_a_sighup_during_the_start_is_passed_on_later(house):
     house.router.wait_until(lambda: house.runs() == 2, "a run for the signal")
     wait_until_idle(house.router, house.daemon())
     assert house.runs() == 2
+
+
+def test_a_daemon_that_cannot_write_its_number_is_reported_and_not_started_twice(house):
+    house.router.make_folder(PID_FILE)
+    script = start(house)
+    assert script.wait_exit(30) == 1
+    assert script.stderr.endswith("\ntunnel_mngr: ended at once, or cannot write /var/run/tunnel_mngr.pid.\n")
+    [daemon] = house.daemons()
+    mark = house.router.mark()
+    following = start(house)
+    house.assert_left_alone(daemon, mark)
+    assert following.terminate() == 0
+
+
+# ---- as the first process ----
+
+def test_as_the_first_process_of_a_container(house, shell):
+    """It is then the parent of whatever has lost its own."""
+    mark = house.router.mark()
+    first = house.boot(*shell, FOREGROUND)
+    daemon = house.wait_for_run(mark)
+    enter = ["nsenter", "--target", str(first.pid), "--pid", "--mount"]
+    house.do([*enter, "bash", "-c", "(sleep 0.2 &)"])
+    house.router.wait_until(lambda: not house.processes("sleep", "0.2"), "the end of the orphan")
+    house.router.wait_until(lambda: not first.zombies(), "the orphan's funeral")
+    house.assert_one_run_more(lambda: first.signal(signal.SIGHUP), daemon)
+    first.signal(signal.SIGTERM)
+    house.wait_for_end(first)
+    assert not daemon.alive()
+    assert_no_instance(house.router)
+
+
+def test_the_first_process_of_a_container_ends_when_the_daemon_was_killed(house, shell):
+    mark = house.router.mark()
+    first = house.boot(*shell, FOREGROUND)
+    daemon = house.wait_for_run(mark)
+    daemon.signal(signal.SIGKILL)
+    house.wait_for_end(first)
