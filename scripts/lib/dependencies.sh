@@ -3,14 +3,14 @@
 declare -A kPackages=(
   [build]="g++ cmake ninja-build ccache pkg-config libjsoncpp-dev libcurl4-openssl-dev"
   [sandbox]="python3 iproute2 mount openssl strongswan-starter strongswan-charon libstrongswan-standard-plugins libcharon-extra-plugins"
-  [test]="libgtest-dev libgmock-dev python3-jsonschema python3-pytest python3-pytest-xdist strace valgrind curl jq openvpn iputils-ping"
+  [test]="busybox-static libgtest-dev libgmock-dev python3-jsonschema python3-pytest python3-pytest-xdist strace valgrind curl jq openvpn iputils-ping"
   [monitoring]="prometheus"
   [lab]="python3 iproute2 iputils-ping openssl openvpn strongswan-starter strongswan-charon libstrongswan-standard-plugins libcharon-extra-plugins tcpdump"
   [machine]="busybox-static kmod qemu-system-x86"
   [fuzz]="clang libclang-rt-dev llvm"
   [bench]="libbenchmark-dev python3 python3-jsonschema python3-matplotlib curl jq strace"
   [coverage]="clang libclang-rt-dev llvm"
-  [check]="clang clang-format clang-tidy cppcheck groff-base python3 python3-jsonschema"
+  [check]="clang clang-format clang-tidy cppcheck shellcheck groff-base python3 python3-jsonschema"
 )
 
 isInstalled() {

@@ -132,7 +132,8 @@ class House:
 
     def scripts(self) -> list[Process]:
         """Those of tunnel_mngr-foreground."""
-        return [*self.processes("/bin/sh", FOREGROUND), *self.processes("sh", FOREGROUND)]
+        return [*self.processes("/bin/sh", FOREGROUND), *self.processes("sh", FOREGROUND),
+                *self.processes("busybox", "sh", FOREGROUND)]
 
     def daemons(self) -> list[Process]:
         return self.processes(*DAEMON)

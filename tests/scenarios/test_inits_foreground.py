@@ -150,6 +150,23 @@ def test_the_first_start_after_a_kill_works(house, contents):
     assert house.runs() == 1 and not house.router.find("log", "Signaling to process")
 
 
+def test_a_later_process_with_the_number_of_the_daemon_is_not_the_daemon(house, shell):
+    script, daemon = started(house, shell)
+    script.signal(signal.SIGSTOP)  # so that it does not look meanwhile
+    daemon.signal(signal.SIGKILL)
+    house.router.wait_until(lambda: daemon.facts() is None, "the daemon's funeral")
+    later = house.router.wait_until(lambda: with_number(house, daemon.pid), "a process with that number")
+    script.signal(signal.SIGCONT)
+    assert script.wait_exit() == 1 and later.alive()
+
+
+def with_number(house: House, number: int) -> Process | None:
+    """Has the kernel go on counting processes from there."""
+    house.router.write_file("/proc/sys/kernel/ns_last_pid", str(number - 1))
+    process = house.router.spawn(["sleep", "1000"])
+    return process if process.pid == number else None
+
+
 # ---- what is in the way of a start ----
 
 def test_without_shared_memory_it_says_so_in_one_line(house, shell):
@@ -224,6 +241,18 @@ def test_as_the_first_process_of_a_container(house, shell):
     house.wait_for_end(first)
     assert not daemon.alive()
     assert_no_instance(house.router)
+
+
+def test_a_first_process_that_takes_no_notice_of_orphans_keeps_nobody_waiting(house, shell):
+    """The daemon that was killed remains as a zombie then."""
+    mark = house.router.mark()
+    text = f"import subprocess, time\nsubprocess.Popen({[*shell, FOREGROUND]})\ntime.sleep(1000)"
+    first = house.boot("/usr/bin/python3", "-c", text)
+    daemon = house.wait_for_run(mark)
+    [script] = house.scripts()
+    daemon.signal(signal.SIGKILL)
+    house.wait_for_end(script)
+    assert daemon.pid in first.zombies()
 
 
 def test_the_first_process_of_a_container_ends_when_the_daemon_was_killed(house, shell):

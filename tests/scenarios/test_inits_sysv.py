@@ -5,7 +5,7 @@ import signal
 
 import pytest
 
-from daemon_stories import PID_FILE, assert_no_instance, documents, gre
+from daemon_stories import PID_FILE, assert_no_instance, documents, gre, times_blocked
 from init_systems import FOREGROUND, NO_SHARED_MEMORY, PACKAGING, House, unpacked
 from sandbox.process import Process
 
@@ -100,6 +100,8 @@ def test_a_restart_waits_for_the_run_that_is_under_way(house):
     daemon = house.daemon()
     restart = house.router.spawn(["service", "tunnel_mngr", "restart"])
     house.router.wait_until(lambda: not house.router.exists(PID_FILE), "the daemon to be told")
+    [waiting] = house.processes("start-stop-daemon")
+    house.router.wait_until(lambda: times_blocked(house.router, waiting.pid) > 3, "a few looks at the daemon")
     assert [other.pid for other in house.daemons()] == [daemon.pid]
     house.router.program("firewall").exit()
     assert restart.wait_exit() == 0
