@@ -99,8 +99,11 @@ class House:
             work = f"/run/over/{top}"
             for name in ("changes", "work"):
                 router.make_folder(f"{work}/{name}")
-            lower = f"lowerdir={root}/{top}:/{top},upperdir={work}/changes,workdir={work}/work"
-            self.do(["mount", "-t", "overlay", "-o", lower, "overlay", f"/{top}"])
+            layers = f"lowerdir={root}/{top}:/{top},upperdir={work}/changes,workdir={work}/work"
+            done = router.exec(["mount", "-t", "overlay", "-o", layers, "overlay", f"/{top}"])
+            if "unknown filesystem type" in done.stderr:
+                pytest.skip("this kernel has no overlay file system, which shows the scripts at their places")
+            assert done.status == 0, done.stderr
 
     def do(self, argv: list[str], status: int = 0, timeout: float = 20):
         done = self.router.exec(argv, timeout=timeout)
