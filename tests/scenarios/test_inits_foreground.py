@@ -35,10 +35,16 @@ def start(house: House, shell: list[str] = SHELLS["debian"], *arguments: str) ->
 
 
 def started(house: House, shell: list[str] = SHELLS["debian"]) -> tuple[Process, Process]:
-    """The script and the daemon, whose first run is over."""
+    """The script, which waits, and the daemon, whose first run is over."""
     mark = house.router.mark()
     script = start(house, shell)
-    return script, house.wait_for_run(mark)
+    daemon = house.wait_for_run(mark)
+    wait_until_it_waits(house)
+    return script, daemon
+
+
+def wait_until_it_waits(house: House) -> None:
+    house.router.wait_until(lambda: house.processes("sleep", "1"), "the script to wait")
 
 
 def leave_remains(house: House, number: int | str, semaphore: str = SEMAPHORE) -> None:
@@ -109,8 +115,7 @@ def test_a_single_run_is_waited_for(house):
     house.router.wait_for("exec", program="firewall")
     mark = house.router.mark()
     script = start(house)
-    waiting = lambda: house.processes("sleep", "1")  # noqa: E731
-    house.router.wait_until(waiting, "the script to wait")
+    wait_until_it_waits(house)
     assert not house.daemons() and script.alive()
     house.router.program("firewall").exit()
     assert single.wait_exit() == 0
@@ -124,7 +129,7 @@ def test_who_has_the_semaphore_open_is_at_work(house, name):
     holder = house.router.spawn(["/usr/bin/python3", "-c", HOLDER, name])
     house.router.wait_until(lambda: holder.stdout == "open\n", "the semaphore")
     script = start(house)
-    house.router.wait_until(lambda: house.processes("sleep", "1"), "the script to wait")
+    wait_until_it_waits(house)
     assert script.alive() and not house.daemons() and house.router.exists(name)
     holder.signal(signal.SIGKILL)
     house.wait_for_run(0)
