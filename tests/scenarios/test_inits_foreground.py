@@ -1,10 +1,11 @@
 """tunnel_mngr-foreground stays for as long as the daemon does, in the shell of Debian and in BusyBox's."""
 
+import os
 import signal
 
 import pytest
 
-from daemon_stories import PID_FILE, SEMAPHORE, assert_no_instance, documents, gre, wait_until_idle
+from daemon_stories import MONITORS_START, PID_FILE, SEMAPHORE, assert_no_instance, documents, gre, wait_until_idle
 from init_systems import ENDED, FOREGROUND, NO_SHARED_MEMORY, House
 from sandbox.process import Process
 
@@ -203,6 +204,16 @@ def test_a_signal_during_the_start_ends_it(house, shell):
     script.signal(signal.SIGTERM)
     assert script.wait_exit() == 0
     assert (script.stderr, house.daemons()) == ("", [])
+    assert_no_instance(house.router)
+
+
+def test_a_daemon_that_is_there_when_its_start_is_ended_is_ended_as_well(make_router, program, tmp_path):
+    slow = f'#!/bin/sh\n{os.path.abspath(program)} "$@"\nexec sleep 1000\n'
+    house = House(make_router(documents(gre("one"))), program, tmp_path, files={"usr/sbin/tunnel_mngr": slow})
+    script = start(house)
+    house.router.wait_for("log", MONITORS_START)
+    script.signal(signal.SIGTERM)
+    assert script.wait_exit() == 0
     assert_no_instance(house.router)
 
 
