@@ -67,8 +67,7 @@ Json::Value fetchDocuments() {
   for (const Request& request : requests()) {
     Json::Value result;
     const std::string path = request.url.substr(strlen(API_HOST));
-    if (!queryApiQuiet(request.url.c_str(), result))
-      throw Complaint("the configuration API does not answer " + path);
+    if (!queryApiQuiet(request.url.c_str(), result)) throw Complaint("the configuration API does not answer " + path);
     // A run treats no result as an object without members, and throws at anything else that is none.
     if (!request.members.empty() && !result.isObject() && !result.isNull())
       throw Complaint("the configuration API answers " + path + " with a result that is no object");
