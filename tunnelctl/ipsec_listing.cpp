@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdlib>
 #include <optional>
+#include <utility>
 
 #include "ipsec/connection_section.h"
 #include "support/text.h"
@@ -58,15 +59,39 @@ std::optional<AssociationLine> associationIn(const std::string& line, char openi
                          ZEL::Text::trim(line.substr(end + closing.size()))};
 }
 
-/// The state comes first: "ESTABLISHED 29 seconds ago, ..." or "CONNECTING, ...".
-void readKeyExchange(const AssociationLine& line, std::vector<KeyExchange>& exchanges) {
-  const std::string established = "ESTABLISHED ";
-  if (beginsWith(line.rest, established)) {
-    exchanges.push_back({line.name, true, ageIn(line.rest.substr(established.size()))});
-  } else if (beginsWith(line.rest, "CONNECTING,")) {
-    exchanges.push_back({line.name, false, 0});
-  }
+/// Whether both ends have a number for it: "IKEv2 SPIs: e1b822a76d110be5_i* 0000000000000000_r" has been begun only.
+bool hasBothNumbers(const std::string& text) {
+  const std::size_t end = text.find("_r");
+  const std::size_t begin = text.rfind(' ', end);
+  return end == std::string::npos || begin == std::string::npos || text.find_first_not_of('0', begin + 1) != end;
 }
+
+/// Each one has several lines: the state ("ESTABLISHED 29 seconds ago, ..." or "CONNECTING, ..."), the numbers that
+/// both ends have given it, what is being done.
+class KeyExchanges {
+ public:
+  void read(const AssociationLine& line) {
+    const std::string established = "ESTABLISHED ";
+    if (beginsWith(line.rest, established)) {
+      add(line, {line.name, true, ageIn(line.rest.substr(established.size()))});
+    } else if (beginsWith(line.rest, "CONNECTING,")) {
+      add(line, {line.name, false, 0});
+    } else if (line.rest.find(" SPIs: ") != std::string::npos && number_ == line.number && !exchanges_.empty()) {
+      exchanges_.back().isAnswered = hasBothNumbers(line.rest);
+    }
+  }
+
+  const std::vector<KeyExchange>& all() const { return exchanges_; }
+
+ private:
+  void add(const AssociationLine& line, KeyExchange exchange) {
+    exchanges_.push_back(std::move(exchange));
+    number_ = line.number;
+  }
+
+  std::vector<KeyExchange> exchanges_;
+  std::string number_;  ///< of the last one
+};
 
 /// The number in front of a word, or 0.
 std::uint64_t countBefore(const std::string& text, const std::string& word) {
@@ -137,6 +162,7 @@ std::string tunnelOf(const WrittenConnection& connection) {
 bool parseIpsecStatus(const std::string& output, IpsecListing& listing) {
   if (ZEL::Text::trim(output).empty()) return false;
   listing = {};
+  KeyExchanges exchanges;
   Children children;
   std::string peer;
   bool isConnection = false;
@@ -150,11 +176,12 @@ bool parseIpsecStatus(const std::string& output, IpsecListing& listing) {
     } else if (isConnection) {
       readConnection(line, peer, listing);
     } else if (const auto exchange = associationIn(line, '[', "]: ")) {
-      readKeyExchange(*exchange, listing.keyExchanges);
+      exchanges.read(*exchange);
     } else if (const auto child = associationIn(line, '{', "}:  ")) {
       children.read(*child);
     }
   }
+  listing.keyExchanges = exchanges.all();
   listing.children = children.all();
   return true;
 }

@@ -25,7 +25,8 @@ std::string tunnelOf(const WrittenConnection& connection);
 struct KeyExchange {
   std::string peer{};  ///< as in IpsecListing::peers
   bool isEstablished = false;
-  std::int64_t age = 0;  ///< seconds since it was established
+  std::int64_t age = 0;     ///< seconds since it was established
+  bool isAnswered = false;  ///< the peer has taken part in it
 };
 
 /// What protects the packets of a connection (a CHILD SA).

@@ -51,6 +51,9 @@ std::string unansweredReason(const WrittenConnection& written, const std::string
   if (std::any_of(exchanges.begin(), exchanges.end(),
                   [&](const KeyExchange& exchange) { return isOfPeer(exchange) && exchange.isEstablished; }))
     return "keys are exchanged, but no SA is: the peer refuses the networks or the proposal of phase 2";
+  if (std::any_of(exchanges.begin(), exchanges.end(),
+                  [&](const KeyExchange& exchange) { return isOfPeer(exchange) && exchange.isAnswered; }))
+    return written.right + " answers, but no keys are exchanged yet: if it stays so, the key or the identity differs";
   if (std::any_of(exchanges.begin(), exchanges.end(), isOfPeer)) return "no answer from " + written.right + " yet";
   if (parseAddress(written.right).value_or(0) == 0) return "no peer has connected yet";
   return "no SA: the peer refused the proposal, the key or the identity, and the log of the IPsec service says which";

@@ -16,7 +16,8 @@ std::vector<std::string> exchangesOf(const IpsecListing& listing) {
   std::vector<std::string> texts;
   for (const KeyExchange& exchange : listing.keyExchanges)
     texts.push_back(exchange.peer +
-                    (exchange.isEstablished ? " established " + std::to_string(exchange.age) : " connecting"));
+                    (exchange.isEstablished ? " established " + std::to_string(exchange.age) : " connecting") +
+                    (exchange.isAnswered ? ", answered" : ""));
   return texts;
 }
 
@@ -69,10 +70,27 @@ TEST(ParseIpsecStatus, readsConnectionsAndAssociations) {
   EXPECT_THAT(listing.peers,
               ElementsAre(Pair("b_1_0", "b_1_0"), Pair("office_192_168_10_0_24", "office_192_168_10_0_24"),
                           Pair("office_192_168_11_0_24", "office_192_168_10_0_24")));
-  EXPECT_THAT(exchangesOf(listing), ElementsAre("office_192_168_10_0_24 established 29", "b_1_0 connecting"));
+  EXPECT_THAT(exchangesOf(listing), ElementsAre("office_192_168_10_0_24 established 29, answered", "b_1_0 connecting"));
   EXPECT_THAT(childrenOf(listing),
               ElementsAre("routed_1_0 not installed 0/0", "office_192_168_10_0_24 not installed 0/0",
                           "office_192_168_10_0_24 installed 84/168", "office_192_168_11_0_24 installed 0/7"));
+}
+
+TEST(ParseIpsecStatus, tellsWhetherThePeerTakesPart) {
+  const struct {
+    std::string line;
+    bool isAnswered;
+  } rows[] = {{"a[1]: IKEv1 SPIs: e1b822a76d110be5_i* 0000000000000000_r", false},
+              {"a[1]: IKEv1 SPIs: e1b822a76d110be5_i* 0000000000000001_r", true},
+              {"a[1]: IKEv1 SPIs: e1b822a76d110be5_i b9b0119fbda5d923_r*", true},
+              {"a[2]: IKEv1 SPIs: e1b822a76d110be5_i* b9b0119fbda5d923_r", false},  // of another one
+              {"a[1]: Tasks active: ISAKMP_VENDOR", false}};
+  for (const auto& row : rows) {
+    IpsecListing listing;
+    parseIpsecStatus("a[7]: IKEv1 SPIs: 1_i 1_r\na[1]: CONNECTING, x\n" + row.line + "\n", listing);
+    ASSERT_EQ(listing.keyExchanges.size(), 1U) << row.line;
+    EXPECT_EQ(listing.keyExchanges[0].isAnswered, row.isAnswered) << row.line;
+  }
 }
 
 TEST(ParseIpsecStatus, readsAges) {

@@ -63,6 +63,13 @@ TEST(IpsecRows, tellTheStateAndWhy) {
       {"keys only", [](Facts& f) { connectOnly(f, true); },
        "office down: keys are exchanged, but no SA is: the peer refuses the networks or the proposal of phase 2"},
       {"no answer", [](Facts& f) { connectOnly(f, false); }, "office down: no answer from 203.0.113.7 yet"},
+      {"an answer that leads to nothing",
+       [](Facts& f) {
+         connectOnly(f, false);
+         f.ipsec.keyExchanges.push_back({kFirst, false, 0, true});
+       },
+       "office down: 203.0.113.7 answers, but no keys are exchanged yet: if it stays so, the key or the identity "
+       "differs"},
       {"nothing",
        [](Facts& f) {
          connectOnly(f, false);
