@@ -13,7 +13,7 @@ from lab.documents import Keys
 from lab.faults import FAULTS
 from lab.lab import Lab
 from lab.node import CommandFailed
-from lab.router import SEARCH_PATH
+from lab.router import SEARCH_PATH, Programs
 from lab.topology import SITE_A, SITE_B, Topology
 
 TOP_FOLDER = pathlib.Path(__file__).resolve().parents[1]
@@ -21,7 +21,7 @@ CANNOT_RUN = 77
 MACHINE_SECONDS = 600
 START_SECONDS = 120
 HINTS = """A shell on router A, with the daemon and the services running; docs/lab.md tells what is where. For example:
-  ip tunnel; ip -s xfrm state; ipsec status; cat /run/ipsec/ipsec.conf; ping -I 192.168.10.1 192.168.20.10
+  tunnelctl status; ip tunnel; ip -s xfrm state; ipsec status; cat /run/ipsec/ipsec.conf; ping -I 192.168.10.1 192.168.20.10
 Leave it to end the lab."""
 
 
@@ -33,6 +33,7 @@ def _parse() -> argparse.Namespace:
     parser.add_argument("--machine", action="store_true", help="use a virtual machine even if this kernel would do")
     parser.add_argument("--junit", metavar="FILE", type=pathlib.Path, help="write the steps' outcomes to FILE as well")
     parser.add_argument("--program", default="", help=argparse.SUPPRESS)
+    parser.add_argument("--companion", default="", help=argparse.SUPPRESS)
     parser.add_argument("--keys", type=pathlib.Path, help=argparse.SUPPRESS)  # in the machine only
     options = parser.parse_args()
     if options.shell and not sys.stdin.isatty():
@@ -74,14 +75,18 @@ def _run(options: argparse.Namespace) -> int:
     return status
 
 
+def _programs(options: argparse.Namespace) -> Programs:
+    return Programs(os.path.realpath(options.program), os.path.realpath(options.companion))
+
+
 def _run_in_machine(options: argparse.Namespace, folder: pathlib.Path, results: pathlib.Path, reason: str) -> int:
     print(f"In a virtual machine ({reason})", flush=True)
     command = [os.path.realpath(sys.executable), "-B", "-m", "lab", f"--keys={options.keys}",
-               f"--program={os.path.realpath(options.program)}"]
+               *(f"--{name}={path}" for name, path in _programs(options)._asdict().items())]
     command += ["--shell"] if options.shell else []
     command += [f"--fault={options.fault}"] if options.fault else []
     environment = {"PATH": SEARCH_PATH, "TERM": os.environ.get("TERM", "dumb")}
-    return vm.run(command, str(TOP_FOLDER), environment, programs.files(options.program), folder, results,
+    return vm.run(command, str(TOP_FOLDER), environment, programs.files(_programs(options)), folder, results,
                   seconds=None if options.shell else MACHINE_SECONDS)
 
 
@@ -94,7 +99,7 @@ def _run_inside(options: argparse.Namespace) -> int:
 def _run_here(options: argparse.Namespace, results: pathlib.Path) -> int:
     os.environ["PATH"] = SEARCH_PATH
     with scratch.folder("lab-records-") as folder:
-        lab = Lab(Topology(os.path.realpath(options.program), Keys(options.keys), folder), folder)
+        lab = Lab(Topology(_programs(options), Keys(options.keys), folder), folder)
         steps.write_documents(lab)
         if options.fault:
             FAULTS[options.fault](lab)

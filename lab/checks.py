@@ -6,7 +6,7 @@ import time
 from collections.abc import Callable
 
 from lab.lab import Lab, require
-from lab.router import Router
+from lab.router import DAEMON_ARGUMENTS, PID_FILE, Router
 from lab.topology import KINDS, SITE_B
 from lab.traffic import Capture
 
@@ -43,6 +43,15 @@ def require_prompt(router: Router, changed: float, period: int) -> None:
     """`router` has just ended the run that its monitor asked for, which looks every `period` seconds."""
     waited, longest = time.monotonic() - changed - router.run_seconds()[-1], period + SLACK
     require(f"the run of {router.name} begins within {longest} s, but after {waited:.0f} s", waited < longest)
+
+
+def require_told_of_daemon(router: Router, status: dict, running: bool) -> list[str]:
+    """That tunnelctl, whose status it is, tells of the daemon what is so; returns its remarks."""
+    found = status["daemon"]
+    pid, level = (int(router.read(PID_FILE)), int(DAEMON_ARGUMENTS[-1])) if running else (None, None)
+    require(f"told of the daemon: {running}, {pid}, {level}, but {found}",
+            (found["running"], found["pid"], found["printLevel"]) == (running, pid, level))
+    return found["remarks"]
 
 
 def complaint(router: Router) -> str:

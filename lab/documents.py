@@ -5,6 +5,7 @@ import secrets
 import subprocess
 from dataclasses import dataclass, field
 
+GRE_A, GRE_B, IPSEC = "Branch Office 1", "Head Office", "office"  # tunnels between the routers, as either names them
 QUIET = 10  # the syslog level that has openvpn log what it does, but not every packet
 # Kinds of IPsec tunnels: what their records have besides the common members.
 IPSEC_KINDS = {

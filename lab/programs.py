@@ -6,17 +6,17 @@ import shutil
 import subprocess
 import sys
 
-from lab.router import PLUGINS
+from lab.router import PLUGINS, Programs
 
 STARTED = ("sh", "cat", "ip", "ipsec", "kill", "mount", "nsenter", "openvpn", "ping", "sleep", "tcpdump")
 IPSEC_FOLDER = "/usr/lib/ipsec"
 
 
-def files(program: str) -> set[str]:
-    """Their paths, those of `program` included; what is not there is left out."""
+def files(tested: Programs) -> set[str]:
+    """Their paths, those of what is under test included; what is not there is left out."""
     loaded = [f"{IPSEC_FOLDER}/plugins/libstrongswan-{plugin}.so" for plugin in PLUGINS]
     service = [f"{IPSEC_FOLDER}/{name}" for name in ("starter", "charon", "stroke")]
-    programs = [program, sys.executable, *filter(None, map(shutil.which, STARTED)),
+    programs = [*tested, sys.executable, *filter(None, map(shutil.which, STARTED)),
                 *filter(os.path.exists, [*service, *loaded])]
     return {*programs, *_libraries(programs), *_modules()}
 

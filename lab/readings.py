@@ -7,7 +7,6 @@ import stat
 # What every router has anyway: its wires, and what the kernel makes in each namespace once it knows GRE.
 FIXED_DEVICES = {"lo", "wan", "lan", "gre0", "gretap0", "erspan0"}
 RUN_BEGIN, RUN_END = "MANAGING TUNNELS", "v_apFqdnMonitor size"  # the lines before and after each run of a daemon
-NAME_CHANGE = "has resolved to a new ip address"  # what a name monitor says before it asks for a run
 
 
 def devices(shown: str) -> dict[str, str]:

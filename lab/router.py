@@ -7,13 +7,16 @@ import pathlib
 import re
 import subprocess
 import time
+from typing import NamedTuple
 
 from lab import readings
 from lab.documents import Documents
 from lab.node import COMMAND_SECONDS, CommandFailed, Node
 from sandbox.api_server import ApiServer
 from sandbox.recorder import Recorder
+from sandbox.runs import runs
 from sandbox.syslog_collector import SyslogCollector
+from sandbox.timeline import Event
 
 PID_FILE = "/run/tunnel_mngr.pid"
 INSTANCE = "/dev/shm/sem.TUNNEL_MANAGER"
@@ -78,13 +81,20 @@ echo "$*" >>{FIREWALL_RECORD}
 """
 
 
+class Programs(NamedTuple):
+    """The paths of what is under test."""
+
+    program: str
+    companion: str
+
+
 class Router(Node):
     """Its requests and log lines are recorded in a file in `folder`, one JSON object a line."""
 
-    def __init__(self, name: str, program: str, name_server: str, folder: pathlib.Path, documents: Documents):
+    def __init__(self, name: str, programs: Programs, name_server: str, folder: pathlib.Path, documents: Documents):
         self.documents = documents
         self.record = folder / f"{name}.record"
-        self._program = program
+        self._program, self._companion = programs
         self._name_server = name_server
         super().__init__(name)
 
@@ -96,6 +106,7 @@ class Router(Node):
         if result.returncode != 0:
             raise RuntimeError(result.stderr)
         self._install("firewall", FIREWALL)
+        os.symlink(self._companion, "/run/lab/bin/tunnelctl")
         pathlib.Path("/proc/sys/net/ipv4/ip_forward").write_text("1")
         file = open(self.record, "w")
 
@@ -159,15 +170,26 @@ class Router(Node):
         self._invoke(*DAEMON_ARGUMENTS)
 
     def refresh(self) -> None:
-        """A second invocation, which asks the daemon for a run."""
-        self._invoke()
+        """A second invocation, which asks the daemon for a run, and says so in the log."""
+        self._invoke("-p", "100")
+
+    def invoke(self, *arguments: str) -> int:
+        """Runs the program and returns its exit status."""
+        return self.ask("_run_program", arguments)
 
     def _invoke(self, *arguments: str) -> None:
-        status = self.ask("_run_program", arguments)
+        status = self.invoke(*arguments)
         if status != 0:
             raise CommandFailed(f"{self.name}: tunnel_mngr {' '.join(arguments)} left with {status}")
 
     # ---- what a step looks at ----
+
+    def status(self) -> dict:
+        """What `tunnelctl status --json` prints."""
+        status, output, errors = self.ask("_run", ["tunnelctl", "status", "--json"])
+        if errors or json.loads(output)["exitStatus"] != status:
+            raise CommandFailed(f"{self.name}: tunnelctl status left with {status}: {errors or output}")
+        return json.loads(output)
 
     def processes(self) -> list[tuple[int, list[str]]]:
         """Pid (inside) and arguments of everything that runs here but the node's own two processes."""
@@ -240,10 +262,16 @@ class Router(Node):
         """The seconds that each of the tunnel management runs took that have ended."""
         return readings.run_seconds(self.events())
 
+    def last_event(self) -> int:
+        """The number of the last one that has been recorded."""
+        return max((event["number"] for event in self.events()), default=0)
+
     def runs(self) -> int:
         """How many runs have ended. Asked over and over, so nothing but counted."""
         return self.record.read_text().count(readings.RUN_END)
 
-    def name_changes(self) -> int:
-        """How often its name monitors have asked for a run."""
-        return self.record.read_text().count(readings.NAME_CHANGE)
+    def cause(self, since: int) -> str:
+        """Why the run began that ended last, as sandbox/runs.py words it. Its WAN monitor is known by a question to the
+        API that no line follows, so nobody else may have asked since the event of that number."""
+        known = [Event(event) for event in self.events() if event["kind"] != "api" or event["number"] > since]
+        return [run for run in runs(known) if run.end][-1].cause

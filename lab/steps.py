@@ -1,20 +1,17 @@
-"""The steps in their order. Each returns a note on what it saw, or raises Unmet."""
+"""The steps in their order, and those in which all goes well; failures.py has the others. Each returns a note on what
+it saw, or raises Unmet."""
 
 import functools
-import signal
-import time
 from collections.abc import Callable
 from typing import NamedTuple
 
-from lab import readings, state
-from lab.checks import complaint, count, require_prompt, search_capture
-from lab.lab import Lab, require
-from lab.router import FIREWALL_RECORD, INSTANCE, PID_FILE
+from lab import failures, readings, told
+from lab.checks import complaint, count, require_told_of_daemon, search_capture
+from lab.documents import GRE_A, GRE_B, IPSEC
+from lab.lab import START, Lab, require
+from lab.router import FIREWALL_RECORD, PID_FILE
 from lab.topology import KINDS, SITE_A, SITE_B
-from lab.traffic import Silence
 
-WAN_PERIOD, NAME_PERIOD = 30, 60  # seconds between two looks of the monitors
-GRE_A, GRE_B, IPSEC = "Branch Office 1", "Head Office", "office"
 PID_FILES = (PID_FILE, "/run/charon.pid", "/run/starter.charon.pid")
 AUTHENTICATION = {"IKEv1": "pre-shared key", "IKEv2": "pre-shared key", "certificates": "public key"}
 
@@ -39,7 +36,7 @@ def before(lab: Lab) -> str:
 
 
 def start_daemons(lab: Lab) -> None:
-    with lab.run_on(*lab.topology.routers):
+    with lab.run_on(*lab.topology.routers, cause=START):
         for router in lab.topology.routers:
             router.publish()
             router.start()
@@ -56,6 +53,8 @@ def gre(lab: Lab) -> str:
     count(lab, "gre", functools.partial(lab.a.device_packets, device))
     for router in lab.topology.routers:
         require(f"the firewall script of {router.name} ran", "--init" in router.read(FIREWALL_RECORD).splitlines())
+    status = lab.wait_told(lab.a, {device: "up", "Spare_Line": "up"})
+    require("told of no flaw of the daemon", not require_told_of_daemon(lab.a, status, running=True))
     return f"{GRE_A!r} is {device}"
 
 
@@ -71,6 +70,7 @@ def ipsec(lab: Lab, kind: str) -> str:
     lab.wait_crossing("ipsec")
     count(lab, "ipsec", lab.a.esp_packets)
     search_capture(lab)
+    lab.wait_told(lab.a, {IPSEC: "up"})
     return readings.proposal(status(), IPSEC)
 
 
@@ -85,6 +85,8 @@ def openvpn_tls(lab: Lab) -> str:
     count(lab, "tls", functools.partial(lab.a.device_packets, "tuntls"))
     for router in lab.topology.routers:
         require(f"no connect file of tls on {router.name}", not router.exists("/run/connect_tls.status"))
+    for router in lab.topology.routers:
+        lab.wait_told_whole(router)
     return ""
 
 
@@ -104,52 +106,11 @@ def documents_changed(lab: Lab) -> str:
     return ""
 
 
-def wan_lost(lab: Lab) -> str:
-    """The link goes down after the run only, since names do not resolve without it, and name monitors ask for runs."""
-    follow_wan(lab, lab.topology.lose_wan)
-    lab.topology.take_link_down()
-    lab.wait_documented(lab.a)
-    return ""
-
-
-def wan_back(lab: Lab) -> str:
-    lab.topology.restore_wan()
-    lab.refresh(lab.a)
-    lab.wait_documented(lab.a)
-    lab.wait_crossing(*KINDS)
-    return ""
-
-
-def terminated(lab: Lab) -> str:
-    lab.a.kill(int(lab.a.read(PID_FILE)), signal.SIGTERM)
-    lab.wait("the end of the process", lambda: lab.a.daemons() == [])
-    for path in (PID_FILE, INSTANCE):
-        require(f"{path} is gone", not lab.a.exists(path))
-    lab.wait("the end of the openvpn children", lambda: lab.a.openvpn_children() == [])
-    kept, expected = lab.a.gre_devices(), state.documented(lab.a.documents, lab.topology.names)["GRE devices"]
-    require(f"the GRE tunnels are {expected}, but {kept}", kept == expected)
-    lab.wait_crossing("gre", "ipsec")
-    return ""
-
-
-def next_start(lab: Lab) -> str:
-    lab.a.documents.ipsec.pop()
-    with lab.run_on(lab.a):
-        lab.a.publish()
-        lab.a.start()
-    lab.wait_documented(lab.a)
-    require("one daemon, named in the PID file", lab.a.daemons() == [int(lab.a.read(PID_FILE))])
-    lab.wait_crossing(*KINDS)
-    return ""
-
-
-def child_killed(lab: Lab) -> str:
-    killed, runs = dict(lab.a.openvpn_children())["tls"], lab.a.runs()
-    lab.a.kill(killed, signal.SIGKILL)
-    lab.wait("another child", lambda: dict(lab.a.openvpn_children()).get("tls", killed) != killed)
-    lab.wait_crossing("tls")
-    require("no run was needed", lab.a.runs() == runs)
-    return ""
+def ipsec_certificates(lab: Lab) -> str:
+    note = ipsec(lab, "certificates")
+    for router in lab.topology.routers:
+        lab.wait_told_whole(router, **told.BEFORE_A_PASS)
+    return note
 
 
 def openvpn_static(lab: Lab) -> str:
@@ -159,6 +120,7 @@ def openvpn_static(lab: Lab) -> str:
     count(lab, "static", functools.partial(lab.a.device_packets, "tunstatic"))
     for router in lab.topology.routers:
         lab.wait(f"connected on {router.name}", lambda: router.read("/run/connect_static.status") == "connected")
+        lab.wait_told_whole(router)
     return ""
 
 
@@ -178,27 +140,6 @@ def modes(lab: Lab) -> str:
     return f"{sum(map(len, found.values()))} paths"
 
 
-def wan_changed(lab: Lab) -> str:
-    with Silence(lab.topology, lab.folder) as silence:
-        lab.wait("answers on all ways", lambda: not silence.silent())
-        changed, name_changes = time.monotonic(), lab.b.name_changes()
-        with lab.run_on(lab.b):
-            follow_wan(lab, lab.topology.change_wan)
-            require_prompt(lab.a, changed, WAN_PERIOD)
-        require_prompt(lab.b, changed, NAME_PERIOD)
-        require("a name monitor of router-b asked for its run", lab.b.name_changes() > name_changes)
-        lab.wait_documented(lab.a, lab.b)
-        rebuilt = time.time()
-        for router in lab.topology.routers:
-            states = router.command("ip", "xfrm", "state")
-            require(f"no ESP state of {router.name} has the old address", SITE_A.wan not in states.split())
-        lab.wait("answers on all ways again, but not on", lambda: not silence.silent(rebuilt),
-                 lambda: ", ".join(KINDS[kind] for kind in silence.silent(rebuilt)))
-    gaps = ", ".join(f"{KINDS[kind]} {gap:.0f} s" for kind, gap in silence.longest.items())
-    runs = ", ".join(f"{router.name} {router.run_seconds()[-1]:.0f} s" for router in lab.topology.routers)
-    return f"without packets: {gaps}; of which the run on {runs}"
-
-
 # ---- what several steps do ----
 
 
@@ -214,15 +155,6 @@ def add_static_key(lab: Lab) -> None:
         router.documents.openvpn.append(router.documents.openvpn_static("static"))
 
 
-def follow_wan(lab: Lab, change: Callable[[], None]) -> None:
-    """Changes router A's WAN and waits for the end of the run that its WAN monitor asks for. That monitor says nothing
-    when it asks, but nobody else may have: nothing here invokes the program, and a name monitor would have said so."""
-    name_changes = lab.a.name_changes()
-    with lab.run_on(lab.a):
-        change()
-    require("no name monitor of router-a asked for the run", lab.a.name_changes() == name_changes)
-
-
 class Step(NamedTuple):
     title: str
     asserted: str
@@ -233,8 +165,8 @@ class Step(NamedTuple):
 # A monitor looks at the WAN every 30 s from the daemon's start, and at a name every 60 s from the last run. A
 # supervision pass comes 11 s after the other; with a static key it waits up to 12 s for answers to its pings, and runs
 # wait for it. So the order saves time: what needs runs of router B comes first, while no tunnel has a static key, and
-# what A can do alone comes while B's name monitor sleeps. The deadlines leave room for an emulated processor on a busy
-# machine.
+# what A can do alone comes while B's name monitor sleeps; B loses a name while A's WAN monitor sleeps. The deadlines leave
+# room for an emulated processor on a busy machine.
 STEPS = (
     Step("Before", "no packet crosses, since nothing but tunnels joins the LANs", 60, before),
     Step("GRE", "host to host through the route of the record, counted on the device; a stale tunnel is gone; "
@@ -242,25 +174,33 @@ STEPS = (
     Step("IPsec, IKEv1", "pre-shared key: host to host, ESP counters rise, no plaintext on the WAN", 120,
          functools.partial(ipsec, kind="IKEv1")),
     Step("OpenVPN, TLS", "host to host, counted on the device; no connect file", 60, openvpn_tls),
+    Step("Link down", "of the GRE device, by hand: no packet crosses; up again without its route; with it, they do", 60,
+         failures.link_down),
+    Step("Wrong secret", "of router A: no packet crosses IPsec, but all other tunnels", 120, failures.wrong_secret),
     Step("IPsec, IKEv2", "pre-shared key: host to host, ESP counters rise, no plaintext on the WAN", 120,
          functools.partial(ipsec_changed, kind="IKEv2")),
     Step("Documents changed", "one tunnel removed, one disabled, two added, one of another kind, second invocation: "
          "kernel, files and children are what the documents say, and nothing else; packets cross", 120,
          documents_changed),
-    Step("IPsec, certificates", "host to host, ESP counters rise, no plaintext on the WAN", 120,
-         functools.partial(ipsec, kind="certificates")),
+    Step("IPsec, certificates", "host to host, ESP counters rise, no plaintext on the WAN", 120, ipsec_certificates),
     Step("WAN lost", "the WAN monitor sees it; no tunnel, route, IPsec process, ESP state, policy or openvpn child is "
-         "left", 120, wan_lost),
-    Step("WAN back", "everything is back; packets cross all tunnels", 120, wan_back),
+         "left", 120, failures.wan_lost),
+    Step("Name gone", "of router A: router B has no tunnel to it; the name is back, and so is everything on router B",
+         180, failures.name_gone),
+    Step("WAN back", "the WAN monitor sees it, and nobody else asks for the run; everything is back; packets cross all "
+         "tunnels", 120, failures.wan_back),
     Step("SIGTERM", "process, PID file, semaphore and openvpn children are gone; packets still cross GRE and IPsec", 60,
-         terminated),
+         failures.terminated),
     Step("Next start", "one daemon takes over, with documents that changed meanwhile; packets cross all tunnels", 120,
-         next_start),
-    Step("Child killed", "another openvpn child takes its place, without a run; packets cross", 90, child_killed),
+         failures.next_start),
+    Step("Child killed", "another openvpn child takes its place, without a run; packets cross", 90,
+         failures.child_killed),
     Step("OpenVPN, static key", "host to host, counted on the device; connect files of both routers say connected", 90,
          openvpn_static),
     Step("Modes", "nothing below /run is writable by others, and no file by its group; an unprivileged user cannot "
          "write a PID file", 60, modes),
     Step("WAN changed", "the WAN monitor sees it and all is rebuilt on the new address; the peer's name monitor "
-         "follows; packets cross all tunnels", 240, wan_changed),
+         "follows; packets cross all tunnels", 240, failures.wan_changed),
+    Step("Daemon killed", "its openvpn children are gone; packets still cross GRE and IPsec; the next start fails, as "
+         "foretold", 60, failures.daemon_killed),
 )

@@ -7,7 +7,7 @@ from collections.abc import Iterable
 from lab import readings
 from lab.documents import Documents, Keys, Site
 from lab.node import Node
-from lab.router import Router
+from lab.router import Programs, Router
 from sandbox import name_server
 from sandbox.recorder import Recorder
 
@@ -36,12 +36,18 @@ class Network(Node):
         for name, address in names.items():
             self._names.set(name, [[address]], 0, False)
 
+    def _forget(self, name: str) -> None:
+        self._names.remove(name)
+
     def serve_names(self, names: dict[str, str]) -> None:
         """Starts to answer with these addresses by host name."""
         self.ask("_serve_names", names)
 
     def change_names(self, names: dict[str, str]) -> None:
         self.ask("_set", names)
+
+    def forget_name(self, name: str) -> None:
+        self.ask("_forget", name)
 
 
 class Host(Node):
@@ -60,11 +66,11 @@ class Host(Node):
 class Topology:
     """All nodes, wired and addressed. The daemons are not started here."""
 
-    def __init__(self, program: str, keys: Keys, folder: pathlib.Path):
+    def __init__(self, programs: Programs, keys: Keys, folder: pathlib.Path):
         self.network = Network("network")
         self.host_a, self.host_b = Host("host-a"), Host("host-b")
-        self.a = Router("router-a", program, NAME_SERVER, folder, Documents(SITE_A, SITE_B, keys))
-        self.b = Router("router-b", program, NAME_SERVER, folder, Documents(SITE_B, SITE_A, keys))
+        self.a = Router("router-a", programs, NAME_SERVER, folder, Documents(SITE_A, SITE_B, keys))
+        self.b = Router("router-b", programs, NAME_SERVER, folder, Documents(SITE_B, SITE_A, keys))
         self._wire_network()
         for site, router, host in ((SITE_A, self.a, self.host_a), (SITE_B, self.b, self.host_b)):
             self._wire_site(site, router, host)
@@ -97,7 +103,15 @@ class Topology:
     def change_wan(self) -> None:
         """Router A gets another address on its link, its API says so, and the name server as well."""
         self._address_wan(NEW_WAN_A)
-        self.names[SITE_A.host_name] = NEW_WAN_A
+        self.teach_name(SITE_A.host_name, NEW_WAN_A)
+
+    def forget_name(self, name: str) -> None:
+        """The name server knows it no longer."""
+        del self.names[name]
+        self.network.forget_name(name)
+
+    def teach_name(self, name: str, address: str) -> None:
+        self.names[name] = address
         self.network.change_names(self.names)
 
     def _address_wan(self, address: str) -> None:

@@ -12,9 +12,11 @@ from types import SimpleNamespace
 
 import pytest
 
-from lab import cpio, report, state
+from lab import cpio, report, state, told
 from lab.documents import Documents, Keys
 from lab.faults import FAULTS
+from lab.lab import ANOTHER_WAN, SECOND_INVOCATION, START, is_cause
+from lab.router import Router
 from lab.steps import Step, write_documents
 from lab.topology import SITE_A, SITE_B
 
@@ -69,6 +71,62 @@ def test_what_is_too_much_is_a_difference():
     assert state.differences({"children": ["a"]}, {}) == "children: None instead of ['a']"
     assert state.differences({"children": []}, {"children": []}) == ""
 
+
+# ---- what tunnelctl must tell ----
+
+ROW = {"name": "a", "state": "down", "reason": "no child"}
+
+
+def test_what_is_told_of_a_tunnel_is_its_state_with_the_reason():
+    assert told.tunnels({"tunnels": [ROW, ROW | {"name": "b", "state": "up", "reason": None}]}) == {
+        "a": "down: no child", "b": "up"}
+
+
+@pytest.mark.parametrize("expected, found, different", [
+    ({"a": "down: no"}, {"a": "down: no child"}, ""), ({"a": ("up", "unknown")}, {"a": "unknown: x"}, ""),
+    ({"a": "up"}, {"a": "down: x"}, "a: 'down: x' instead of 'up'"), ({"a": "up"}, {}, "a: None instead of 'up'"),
+    ({}, {"b": "up"}, "b: 'up' instead of None")])
+def test_what_is_told_must_begin_as_expected_and_be_complete(expected, found, different):
+    assert told.differences(expected, found) == different
+
+
+def test_what_must_be_told_follows_from_the_documents(documents):
+    whole = {"Branch_Office_1": "up", "office": "up", "vault": "up", "static": "up", "spare": told.LEFT_OVER}
+    assert told.whole(documents) == whole
+    down = "down: no WAN is current, so nothing is "
+    assert told.without_wan(documents) == dict.fromkeys(["Branch_Office_1", "office", "vault"], down + "built") | {
+        "static": down + "started"}
+
+
+@pytest.mark.parametrize("cause, found, holds", [
+    (ANOTHER_WAN, "another WAN", True), (ANOTHER_WAN, "second invocation, another WAN", False),
+    (ANOTHER_WAN, "another request", False), (SECOND_INVOCATION, "second invocation, another WAN", True),
+    (SECOND_INVOCATION, "another WAN", False), (START, "start", True)])
+def test_the_wan_monitor_must_be_the_only_one_that_asked(cause, found, holds):
+    assert is_cause(cause, found) == holds
+
+
+def event(number: int, kind: str, text: str) -> dict:
+    return {"number": number, "time": number, "kind": kind, "text": text, "pid": 7}
+
+
+BEGIN, END = "INFO [TUNNEL_MNGR] MANAGING TUNNELS", "INFO [TUNNEL_MNGR] v_apFqdnMonitor size 1"
+FIRST_RUN = [event(1, "log", BEGIN), event(2, "log", END)]
+LOOK, NO_CHANGE = "/api/waninfo/wans", "DEBUG [TUNNEL_MNGR][WAN_MONITOR] WAN has not changed"
+HAND_OVER = "INFO [TUNNEL_MNGR] Signaling to process for refresh."
+
+
+@pytest.mark.parametrize("since, between, cause", [
+    (3, [("api", LOOK)], "another WAN"), (4, [("api", LOOK)], "another request"),
+    (3, [("api", LOOK), ("log", NO_CHANGE)], "another request"), (4, [("log", HAND_OVER)], "second invocation")])
+def test_who_asked_for_a_run_is_known_by_what_came_since(since, between, cause):
+    """The question to the API that has the number 4 may have been tunnelctl's."""
+    recorded = [*FIRST_RUN, *(event(4 + place, *what) for place, what in enumerate(between)), event(8, "log", BEGIN),
+                event(9, "log", END), event(10, "log", BEGIN)]
+    assert Router.cause(SimpleNamespace(events=lambda: recorded), since) == cause
+
+
+# ---- faults ----
 
 @pytest.fixture
 def sound(keys) -> SimpleNamespace:
