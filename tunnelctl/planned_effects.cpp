@@ -17,6 +17,13 @@ std::string resetDirectoryOf(const std::string& path) {
   return "";
 }
 
+/// The path without the steps that lead nowhere, so that a file has one: a name may begin with a slash.
+std::string withoutIdleSteps(std::string path) {
+  for (std::size_t at = 0; (at = path.find("//")) != std::string::npos;) path.erase(at, 1);
+  for (std::size_t at = 0; (at = path.find("/./")) != std::string::npos;) path.erase(at, 2);
+  return path;
+}
+
 bool isWritableDirectory(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && access(path.c_str(), W_OK | X_OK) == 0;
@@ -38,9 +45,15 @@ bool PlannedEffects::canOpen(const std::string& path) const {
 }
 
 FileOutcome PlannedEffects::writeFile(const std::string& path, const std::string& text) {
-  return canOpen(asTaken(path)) ? NotingEffects::writeFile(path, text) : FileOutcome::kNotOpened;
+  const std::string file = withoutIdleSteps(asTaken(path));
+  return canOpen(file) ? NotingEffects::writeFile(file, text) : FileOutcome::kNotOpened;
 }
 
 FileOutcome PlannedEffects::appendFile(const std::string& path, const std::string& text) {
-  return canOpen(asTaken(path)) ? NotingEffects::appendFile(path, text) : FileOutcome::kNotOpened;
+  const std::string file = withoutIdleSteps(asTaken(path));
+  return canOpen(file) ? NotingEffects::appendFile(file, text) : FileOutcome::kNotOpened;
+}
+
+void PlannedEffects::setMode(const std::string& path, mode_t mode) {
+  NotingEffects::setMode(withoutIdleSteps(asTaken(path)), mode);
 }

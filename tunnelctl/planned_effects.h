@@ -9,6 +9,7 @@ class PlannedEffects : public NotingEffects {
  public:
   FileOutcome writeFile(const std::string& path, const std::string& text) override;
   FileOutcome appendFile(const std::string& path, const std::string& text) override;
+  void setMode(const std::string& path, mode_t mode) override;
 
   /// Whether a run empties the directory that this path leads into, before it writes there.
   static bool isReset(const std::string& path);

@@ -9,6 +9,7 @@ import pytest
 from companion import companion
 from daemon_stories import preloaded
 from generated_documents import documents
+from ipsec_records import certificate_tunnel
 from plan_exactness import SHIM, Comparison, plan, snapshot
 from seed_documents import CASES, NOT_OF_A_RUN, SEEDS, cases
 
@@ -38,6 +39,15 @@ def test_a_plan_is_what_the_daemon_does(comparison):
 def test_generated_documents_are_planned_as_they_are_run(comparison, first):
     outcomes = {comparison.compare(documents(seed))["outcome"] for seed in range(first, min(first + CHUNK, LAST + 1))}
     assert "done" in outcomes
+
+
+@pytest.mark.parametrize("name", ["/office", ".//office", "a/office", "../office"])
+def test_names_that_lead_to_other_places_are_planned_as_they_are_run(comparison, name):
+    """Certificates and keys are written below their folders, twice: the second run finds those of the first."""
+    tunnel = certificate_tunnel(name)
+    for _ in range(2):
+        planned = comparison.compare({**TUNNELS, "ipsecTunnels": [tunnel]})
+        assert planned["outcome"] == "done"
 
 
 @pytest.mark.skipif(KEPT is None, reason="TUNNEL_MNGR_KEPT_DOCUMENTS names no folder of documents; scripts/exactness makes one")
