@@ -58,7 +58,7 @@ class Router:
         self._errors = ""
         self.api, self.dns, self.syslog = faces.Api(self.ask), faces.Dns(self.ask), faces.Syslog(self.ask)
         self.documents = faces.Documents(self.ask, documents)
-        self.follow, self.dump = self._timeline.follow, self._timeline.dump
+        self.follow, self.dump, self.forget = self._timeline.follow, self._timeline.dump, self._timeline.forget
         self.wait_for, self.wait_until = self._timeline.wait_for, self._timeline.wait_until
 
     # ---- life ----

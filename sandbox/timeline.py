@@ -106,6 +106,7 @@ class Timeline:
 
     def __init__(self):
         self._events: list[Event] = []
+        self._forgotten = 0  # events before those
         self._changed = threading.Condition()
         self._closed = False
 
@@ -113,6 +114,12 @@ class Timeline:
         with self._changed:
             self._events.append(event)
             self._changed.notify_all()
+
+    def forget(self) -> None:
+        """Forgets what has happened so far, of which in days there is more than memory. Numbers go on."""
+        with self._changed:
+            self._forgotten += len(self._events)
+            self._events.clear()
 
     def close(self) -> None:
         """No more events will come."""
@@ -123,7 +130,7 @@ class Timeline:
     def events(self, since: int = 0) -> list[Event]:
         """A snapshot of the events after the one with the number `since`."""
         with self._changed:
-            return self._events[since:]
+            return self._events[max(0, since - self._forgotten):]
 
     def find(self, what=None, pattern=None, *, since: int = 0, **fields) -> list[Event]:
         """The events that `matcher` describes."""
@@ -159,13 +166,13 @@ class Timeline:
         position = since
         while True:
             with self._changed:
-                while position >= len(self._events):
+                while position >= self._forgotten + len(self._events):
                     left = None if deadline is None else deadline - time.monotonic()
                     if self._closed or (left is not None and left <= 0):
                         return
                     self._changed.wait(left)
-                fresh = self._events[position:]
-            position += len(fresh)
+                fresh = self._events[max(0, position - self._forgotten):]
+                position = self._forgotten + len(self._events)
             yield from fresh
 
     def commands(self, since: int = 0) -> list[Command]:
