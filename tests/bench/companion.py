@@ -68,7 +68,8 @@ def _measure_plan(companion: pathlib.Path, program: pathlib.Path, programs: path
     return found
 
 
-def _measure_check(companion: pathlib.Path, program: pathlib.Path, programs: pathlib.Path, tunnels: int, rounds: int) -> dict:
+def _measure_check(companion: pathlib.Path, program: pathlib.Path, programs: pathlib.Path, tunnels: int,
+                   rounds: int) -> dict:
     """Both find something: the certificates that are timed with are none, and the schema wants a PEM text's words."""
     found: dict[str, list[float]] = {"own": [], "other": []}
     with Room(program, programs, documents.configuration(0, 0)) as room:
@@ -88,7 +89,7 @@ def _measure_status(companion: pathlib.Path, program: pathlib.Path, programs: pa
         room.time([str(program)])  # which writes what the service is to have read
         room.router.write_file(f"{FOLDER}/ip-addr", json.dumps(_devices(configuration)))
         room.router.write_file(f"{FOLDER}/ip-route", json.dumps(_routes(configuration)))
-        room.router.write_file(f"{FOLDER}/ipsec-statusall", _service(room.router.read_file("/run/ipsec/ipsec.conf")))
+        room.router.write_file(f"{FOLDER}/ipsec-statusall", service_status(room.router.read_file("/run/ipsec/ipsec.conf")))
         _require_all_up(room, companion, tunnels)
         for _ in range(rounds):
             found["own"].append(room.time([str(companion), "status"]).wall)
@@ -135,7 +136,7 @@ def _routes(configuration: dict) -> list[dict]:
     return routes
 
 
-def _service(written: str) -> str:
+def service_status(written: str) -> str:
     """What `ipsec statusall` tells when all that is written is up."""
     connections = []
     for section in re.split(r"^conn ", written, flags=re.MULTILINE)[1:]:

@@ -1,0 +1,161 @@
+"""Histories that nobody thought of: Hypothesis draws what happens, one thing after the other, and makes a failing history
+shorter."""
+
+import pathlib
+import time
+
+from hypothesis import HealthCheck, Phase, Verbosity, seed, settings
+from hypothesis import strategies as st
+from hypothesis.stateful import RuleBasedStateMachine, rule, run_state_machine_as_test
+
+from histories import configurations
+from histories.rest import Start, judge
+from histories.world import API_FAULTS, MOST_JUMP, PROGRAM_FAULTS, PROGRAMS, World
+
+HISTORIES = 100  # for one seed
+MOST_STEPS = 12
+PHASES = (Phase.generate, Phase.shrink)
+ANSWERS = ["203.0.113.50", "203.0.113.51", "NXDOMAIN", "SERVFAIL", "NODATA", "SILENT"]
+
+
+class TimeIsOver(BaseException):
+    """Ends the making of histories. Hypothesis lets it pass, since it is no Exception."""
+
+
+class Record:
+    """The histories of one seed, and the shortest that failed."""
+
+    def __init__(self):
+        self.tried: set[tuple] = set()
+        self.failures = 0
+        self.first = 0  # how many it took
+        self.shortest: tuple | None = None
+        self.why = ""
+
+    def failed(self, steps: tuple, why: str) -> None:
+        self.failures += 1
+        self.first = self.first or len(self.tried)
+        if self.shortest is None or len(steps) <= len(self.shortest):
+            self.shortest, self.why = steps, why
+
+
+def perform(program: pathlib.Path, steps: tuple) -> None:
+    """Makes this history, and raises AssertionError if it does not end well."""
+    with World(program) as world:
+        start = Start(world)
+        for what, *arguments in steps:
+            getattr(world, what)(*arguments)
+        judge(world, start)
+
+
+def text(steps: tuple) -> str:
+    """A step on each line."""
+    return "".join(f"{what}({', '.join(map(repr, arguments))})\n" for what, *arguments in steps)
+
+
+def histories_of(number: int, program: pathlib.Path, record: Record, end: float) -> None:
+    """Makes the histories of one seed, or as many as there is time for until `end`; what is found is in `record`."""
+
+    class History(RuleBasedStateMachine):
+        """Only notes the steps, and performs them when they are complete. Hypothesis begins with the shortest, over and
+        over: what has ended well once is not performed again."""
+
+        def __init__(self):
+            super().__init__()
+            self._steps = []
+
+        def happen(self, what: str, *arguments) -> None:
+            self._steps.append((what, *arguments))
+
+        def teardown(self):
+            steps = tuple(self._steps)
+            if record.shortest is None and time.monotonic() > end:
+                raise TimeIsOver
+            if record.shortest is None and steps in record.tried:
+                return
+            record.tried.add(steps)
+            try:
+                perform(program, steps)
+            except Exception as error:
+                record.failed(steps, str(error) or repr(error))
+                raise
+
+        @rule()
+        def sighup(self):
+            self.happen("sighup")
+
+        @rule(count=st.integers(2, 4), milliseconds=st.sampled_from([0, 5, 30, 100]))
+        def sighups(self, count, milliseconds):
+            self.happen("sighups", count, milliseconds)
+
+        @rule()
+        def second_invocation(self):
+            self.happen("second_invocation")
+
+        @rule(number=st.integers(1, 40))
+        def configure(self, number):
+            self.happen("configure", number)
+
+        @rule(number=st.integers(0, len(configurations.WRONG) - 1))
+        def wrong_type(self, number):
+            self.happen("wrong_type", number)
+
+        @rule(number=st.integers(0, 3))
+        def wan(self, number):
+            self.happen("wan", number)
+
+        @rule(how=st.sampled_from(sorted(API_FAULTS)))
+        def api_fails(self, how):
+            self.happen("api_fails", how)
+
+        @rule()
+        def api_is_well(self):
+            self.happen("api_is_well")
+
+        @rule(number=st.integers(0, len(configurations.HOSTS) - 1), answer=st.sampled_from(ANSWERS))
+        def host(self, number, answer):
+            self.happen("host", number, answer)
+
+        @rule(number=st.integers(0, len(configurations.HOSTS) - 1), answer=st.sampled_from(ANSWERS))
+        def slow_host(self, number, answer):
+            self.happen("slow_host", number, answer)
+
+        @rule(name=st.sampled_from(PROGRAMS), how=st.sampled_from(sorted(PROGRAM_FAULTS)))
+        def program_fails(self, name, how):
+            self.happen("program_fails", name, how)
+
+        @rule(name=st.sampled_from(PROGRAMS))
+        def program_is_well(self, name):
+            self.happen("program_is_well", name)
+
+        @rule(what=st.sampled_from(["stubborn_children", "late_children", "children_leave", "log_restarts", "stray_tunnel",
+                                    "stray_files"]))
+        def something(self, what):
+            self.happen(what)
+
+        @rule(what=st.sampled_from(["child_dies", "child_freezes"]), index=st.integers(0, 1))
+        def child(self, what, index):
+            self.happen(what, index)
+
+        @rule(seconds=st.sampled_from([-MOST_JUMP, -60, 60, MOST_JUMP]))
+        def clock_jumps(self, seconds):
+            self.happen("clock_jumps", seconds)
+
+        @rule(what=st.sampled_from(["terminate_and_start", "kill_and_start"]))
+        def begin_anew(self, what):
+            self.happen(what)
+
+        @rule(milliseconds=st.sampled_from([20, 100, 400, 1200]))
+        def wait(self, milliseconds):
+            self.happen("wait", milliseconds)
+
+    how = settings(max_examples=HISTORIES, stateful_step_count=MOST_STEPS, deadline=None, database=None,
+                   verbosity=Verbosity.quiet, suppress_health_check=list(HealthCheck), print_blob=False,
+                   phases=PHASES)
+    try:
+        run_state_machine_as_test(seed(number)(History), settings=how)
+    except TimeIsOver:
+        pass
+    except Exception:  # what failed is on record; Hypothesis may also say that it failed only sometimes, or in several ways
+        if record.shortest is None:
+            raise

@@ -1,0 +1,73 @@
+"""The judge of random histories: what ends well is told so, and what does not is found."""
+
+import pathlib
+import sys
+
+import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
+
+from histories import rest  # noqa: E402  the package lies beside this folder
+from histories.world import World  # noqa: E402
+
+STORY = [("sighups", 3, 5), ("host", 0, "NXDOMAIN"), ("configure", 4), ("wrong_type", 1), ("sighup",), ("child_dies", 0),
+         ("api_fails", "silent"), ("kill_and_start",), ("program_fails", "ipsec", "hangs"), ("clock_jumps", -60),
+         ("terminate_and_start",), ("stray_tunnel",), ("second_invocation",)]
+
+
+@pytest.fixture
+def world(program):
+    with World(program) as world:
+        world.at_start = rest.Start(world)
+        yield world
+
+
+@pytest.mark.asan
+@pytest.mark.tsan
+def test_a_story_with_something_of_everything_ends_well(world):
+    for what, *arguments in STORY:
+        getattr(world, what)(*arguments)
+    rest.judge(world, world.at_start)
+
+
+def test_a_request_without_a_run_is_found(world, monkeypatch):
+    monkeypatch.setattr(rest, "PATIENCE", 2)
+    world.asked.append((world.router.mark("nothing is sent"), world.daemon.pid))
+    with pytest.raises(AssertionError, match="waited 2 s for the run that was asked for"):
+        rest.judge(world, world.at_start)
+
+
+def test_a_descriptor_too_many_is_found(world):
+    world.at_start.descriptors -= 1
+    with pytest.raises(AssertionError, match="descriptors"):
+        rest.judge(world, world.at_start)
+
+
+def spoil_file(world) -> None:
+    world.router.write_file("/run/ipsec/ipsec.secrets", "another key\n")
+
+
+def spoil_mode(world) -> None:
+    world.router.exec(["/bin/chmod", "0666", "/run/ipsec/ipsec.conf"])
+
+
+def add_tunnel(world) -> None:
+    world.stray_tunnel()
+
+
+def stop_child(world) -> None:
+    world.router.program("openvpn").missing()
+    world.children_leave()
+
+
+@pytest.mark.parametrize("spoil, told", [
+    (spoil_file, "/var/run/ipsec/ipsec.secrets holds 'another key"), (spoil_mode, "/run/ipsec/ipsec.conf has the mode 0666"),
+    (add_tunnel, "the kernel has .*stray"), (stop_child, "these children are there")])
+def test_what_is_not_as_planned_is_found(world, spoil, told):
+    world.sighup()
+    rest.wait_until_calm(world, world.at_start)
+    planned = rest.plan(world.router)
+    rest.require_planned_router(world, planned)
+    spoil(world)
+    with pytest.raises(AssertionError, match=told):
+        world.router.wait_until(lambda: rest.require_planned_router(world, planned), "it to be told", 10)
