@@ -58,7 +58,7 @@ def _tell(number: int, record: machine.Record, output: pathlib.Path) -> None:
     path = output / f"failed-{number}.txt"
     path.write_text(script)
     (output / f"failed-{number}.log").write_text(record.why + "\n")
-    print(f"seed {number}: FAILED, {record.failures} of {len(record.tried)} histories\n{script}\nWritten: {path}", flush=True)
+    print(f"seed {number}: {len(record.tried)} histories, FAILED\n{script}\nWritten: {path}", flush=True)
 
 
 def _again(program: pathlib.Path, script: pathlib.Path) -> int:

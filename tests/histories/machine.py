@@ -27,13 +27,11 @@ class Record:
 
     def __init__(self):
         self.tried: set[tuple] = set()
-        self.failures = 0
         self.first = 0  # how many it took
         self.shortest: tuple | None = None
         self.why = ""
 
     def failed(self, steps: tuple, why: str) -> None:
-        self.failures += 1
         self.first = self.first or len(self.tried)
         if self.shortest is None or len(steps) <= len(self.shortest):
             self.shortest, self.why = steps, why

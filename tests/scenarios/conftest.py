@@ -20,9 +20,10 @@ def pytest_addoption(parser):
 
 
 def pytest_configure():
-    """Whoever runs the tests may ignore signals, as a shell has its background jobs do. What the tests start would
-    inherit that."""
-    for number, handler in ((signal.SIGINT, signal.default_int_handler), (signal.SIGQUIT, signal.SIG_DFL)):
+    """Whoever runs the tests may ignore signals, as a shell has its background jobs do, and nohup. What the tests start
+    would inherit that."""
+    defaults = {signal.SIGINT: signal.default_int_handler, signal.SIGQUIT: signal.SIG_DFL, signal.SIGHUP: signal.SIG_DFL}
+    for number, handler in defaults.items():
         if signal.getsignal(number) is signal.SIG_IGN:
             signal.signal(number, handler)
 
