@@ -3,7 +3,7 @@
 declare -A kPackages=(
   [build]="g++ cmake ninja-build ccache pkg-config libjsoncpp-dev libcurl4-openssl-dev"
   [sandbox]="python3 iproute2 mount openssl strongswan-starter strongswan-charon libstrongswan-standard-plugins libcharon-extra-plugins"
-  [test]="busybox-static libgtest-dev libgmock-dev python3-hypothesis python3-jsonschema python3-pytest python3-pytest-xdist strace valgrind curl jq openvpn iputils-ping"
+  [test]="busybox-static libgtest-dev libgmock-dev python3-hypothesis python3-jsonschema python3-pytest python3-pytest-xdist strace systemd valgrind curl jq openvpn iputils-ping"
   [monitoring]="prometheus"
   [lab]="python3 iproute2 iputils-ping openssl openvpn strongswan-starter strongswan-charon libstrongswan-standard-plugins libcharon-extra-plugins tcpdump"
   [machine]="busybox-static kmod qemu-system-x86"
