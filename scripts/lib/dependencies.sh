@@ -10,6 +10,8 @@ declare -A kPackages=(
   [fuzz]="clang libclang-rt-dev llvm"
   [bench]="libbenchmark-dev python3 python3-jsonschema python3-matplotlib curl jq strace"
   [coverage]="clang libclang-rt-dev llvm"
+  [package]="debhelper devscripts dpkg-dev fakeroot libgmock-dev libgtest-dev lintian python3-jsonschema python3-pytest"
+  [install]="debootstrap mount python3"
   [check]="clang clang-format clang-tidy cppcheck shellcheck groff-base python3 python3-jsonschema"
 )
 
