@@ -12,6 +12,12 @@ target_compile_features(tunnel_mngr_settings INTERFACE cxx_std_17)
 target_include_directories(tunnel_mngr_settings INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_definitions(tunnel_mngr_settings INTERFACE _GNU_SOURCE)
 
+# Time goes on after 2038 on 32 bits, too, where the C library offers it; elsewhere the definitions change nothing. That
+# is safe although jsoncpp, libcurl and the C++ library were not built like that: time_t, off_t and structures of them
+# occur in none of their interfaces that are used here. libcurl's options are longs and pointers (curl_off_t has 64 bits
+# always), and std::chrono counts in 64 bits of its own.
+target_compile_definitions(tunnel_mngr_settings INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+
 find_package(Threads REQUIRED)
 target_link_libraries(tunnel_mngr_settings INTERFACE Threads::Threads)
 

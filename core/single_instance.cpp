@@ -15,8 +15,8 @@
 const std::string instanceName = "TUNNEL_MANAGER";
 const std::string pidFilePath = "/var/run/tunnel_mngr.pid";
 sem_t* instanceSemaphore = nullptr;
-std::atomic<bool> pidWritten{false};
-std::atomic<bool> stopped{false};
+std::atomic<int> pidWritten{false};
+std::atomic<int> stopped{false};
 
 namespace {
 

@@ -12,11 +12,12 @@ extern sem_t* instanceSemaphore;
 
 /// The file with the running instance's process id, and whether `cleanUp` is to remove it.
 extern const std::string pidFilePath;
-extern std::atomic<bool> pidWritten;
+extern std::atomic<int> pidWritten;
 
-/// Set when the process is to end; the daemon loop looks at it.
-extern std::atomic<bool> stopped;
-static_assert(std::atomic<bool>::is_always_lock_free, "signal handlers set flags of this type");
+/// Set when the process is to end; the daemon loop looks at it. An int like all flags that signal handlers set: a bool
+/// has a byte, and not every processor exchanges single bytes without a lock.
+extern std::atomic<int> stopped;
+static_assert(std::atomic<int>::is_always_lock_free, "signal handlers set flags of this type");
 
 /// Returns when this is the only instance, whose semaphore exists from then on.
 ///

@@ -17,11 +17,11 @@ constexpr std::array<const char*, 6> kDocuments{"wans", "greTunnels", "ni", "ips
 /// The document of a pointer and, in the lower half, the number of its element.
 std::uint64_t sortKey(const std::string& pointer) {
   const std::vector<std::string> steps = ZEL::Text::split(pointer, "/", 0);
-  std::uint64_t document = 0;
+  std::size_t document = 0;
   while (document < kDocuments.size() && (steps.size() < 2 || steps[1] != kDocuments[document])) ++document;
   int element = -1;  // behind all elements
   for (std::size_t i = 2; i < steps.size() && !ZEL::Text::parse(element, steps[i]); ++i) continue;
-  return document << 32U | static_cast<std::uint32_t>(element);
+  return std::uint64_t{document} << 32U | static_cast<std::uint32_t>(element);
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ constexpr std::array<Unit, 4> kUnits{{{"second", 1}, {"minute", 60}, {"hour", 36
 /// Of a text that begins like "29 seconds ago".
 std::int64_t ageIn(const std::string& text) {
   char* rest = nullptr;
-  const long number = strtol(text.c_str(), &rest, 10);
+  const long long number = strtoll(text.c_str(), &rest, 10);
   if (number < 0 || number > INT32_MAX) return 0;
   for (const Unit& unit : kUnits) {
     if (beginsWith(rest, std::string(" ") + unit.name)) return number * unit.seconds;

@@ -10,13 +10,23 @@ inline sigset_t currentMask() {
   return mask;
 }
 
+/// Every signal that the system lets a thread block. SIGKILL is not among them, nor are those that the C library keeps
+/// for itself, nor, under an emulator of another processor, those that it keeps.
+inline sigset_t blockableSignals() {
+  sigset_t all{};
+  sigset_t before{};
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const sigset_t blocked = currentMask();
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return blocked;
+}
+
 /// The first signal that the mask lets through although it can be blocked, or 0.
 inline int firstUnblocked(const sigset_t& mask) {
-  sigset_t all{};
-  sigfillset(&all);
+  const sigset_t blockable = blockableSignals();
   for (int number = 1; number <= SIGRTMAX; ++number) {
-    const bool blockable = number != SIGKILL && number != SIGSTOP && sigismember(&all, number) == 1;
-    if (blockable && sigismember(&mask, number) != 1) return number;
+    if (sigismember(&blockable, number) == 1 && sigismember(&mask, number) != 1) return number;
   }
   return 0;
 }

@@ -3,9 +3,26 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "tests/unit/harness/child_process.h"
+
+std::string whyNoSystemCallFilters() {
+  const ChildEnd end = runInChild([] {
+    if (!refuseSystemCall(SYS_getpgid, EXDEV))
+      printf("%s", strerror(errno));
+    else if (getpgid(0) != -1 || errno != EXDEV)
+      printf("they filter nothing");
+  });
+  return end.out.empty() ? "" : "needs system call filters: " + end.out;
+}
 
 bool refuseSystemCall(long call, int error, std::optional<std::uint32_t> firstArgument) {
   const auto number = static_cast<std::uint32_t>(call);

@@ -5,11 +5,17 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <limits>
 #include <numeric>
 #include <string>
 #include <vector>
 
 #include "tests/unit/harness/waiting.h"
+
+/// A stack that no thread can have. On 64 bits a quarter of all addresses is more than a processor has, and as much as
+/// every C library takes for a size; on 32 bits there may well be that much room, and all but nothing is asked for.
+constexpr std::size_t kImpossibleStack = std::numeric_limits<std::size_t>::max() / 16 * (sizeof(void*) > 4 ? 4 : 15);
 
 /// Whether a thread of this process that has that name, of which the kernel keeps 15 bytes, sleeps in a system call.
 bool threadSleeps(const std::string& name);

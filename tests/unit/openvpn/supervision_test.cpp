@@ -147,6 +147,7 @@ TEST_F(Supervision, StopDoesNotWaitForAStranger) {
 
 /// To kill(2) these are the process group, everything, and another group, so a defect must not get through to it.
 TEST_F(Supervision, StopLeavesWhatIsNoProcessIdAlone) {
+  SKIP_WITHOUT_SYSTEM_CALL_FILTERS();
   checkInChild([this] {
     ASSERT_TRUE(refuseSystemCall(SYS_kill, EPERM));
     OvpnTnl tunnel(conf("a"));

@@ -4,12 +4,12 @@
 
 #include <chrono>
 #include <future>
-#include <limits>
 #include <memory>
 #include <thread>
 
 #include "support/native_thread.h"
 #include "tests/unit/harness/captured_log.h"
+#include "tests/unit/harness/threads.h"
 #include "tests/unit/harness/waiting.h"
 
 namespace {
@@ -19,7 +19,6 @@ using ZEL::Cancellation;
 using ZEL::kThreadStackBytes;
 
 /// More than any address space has, so that no thread can be had.
-constexpr std::size_t kImpossibleStack = std::numeric_limits<std::size_t>::max() / 4;
 
 class CancellationTest : public testing::Test {
  protected:

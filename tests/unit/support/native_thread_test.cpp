@@ -12,13 +12,13 @@
 #include <csignal>
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <memory>
 #include <string>
 
 #include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/private_system.h"
 #include "tests/unit/harness/signal_masks.h"
+#include "tests/unit/harness/threads.h"
 #include "tests/unit/harness/waiting.h"
 
 namespace {
@@ -26,8 +26,6 @@ namespace {
 using ZEL::kParserStackBytes;
 using ZEL::kThreadStackBytes;
 using ZEL::spawnThread;
-
-constexpr std::size_t kImpossibleStack = std::numeric_limits<std::size_t>::max() / 4;
 
 /// Runs the body on a thread with that stack and waits for its end; false when there is no thread.
 bool runOnThread(std::size_t stackBytes, std::function<void()> body) {
