@@ -1,0 +1,58 @@
+# Debian's sources of the two libraries, and their smallest builds. To be sourced by a bash script.
+
+# fetchDebianSources FOLDER PACKAGE...: leaves each package's source, with Debian's patches, in FOLDER/PACKAGE. apt-get
+# gets lists, cache and state of its own below FOLDER, so nothing on the machine changes and nobody need be root. What
+# is there already is not fetched again.
+fetchDebianSources() {
+  local folder=$1 package missing=()
+  shift
+  for package in "$@"; do
+    [[ -d $folder/$package ]] || missing+=("$package")
+  done
+  ((${#missing[@]} > 0)) || return 0
+
+  rm -rf "$folder"/*.new
+  mkdir -p "$folder"/apt/{lists,archives,preferences.d}/partial
+  echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] http://deb.debian.org/debian bookworm main" \
+    >"$folder/apt/sources.list"
+  local apt=$folder/apt
+  local aptGet=(apt-get -q -o Dir::Etc::SourceList="$apt/sources.list" -o Dir::Etc::SourceParts=-
+    -o Dir::Etc::Preferences=- -o Dir::Etc::PreferencesParts=- -o Dir::State::Lists="$apt/lists" -o Dir::Cache="$apt"
+    -o Dir::State::status=/dev/null -o APT::Sandbox::User=)
+  "${aptGet[@]}" -o APT::Update::Error-Mode=any update
+  for package in "${missing[@]}"; do
+    mkdir "$folder/$package.new"
+    (cd "$folder/$package.new" && "${aptGet[@]}" --download-only source "$package" && dpkg-source -x ./*.dsc unpacked)
+    mv "$folder/$package.new/unpacked" "$folder/$package"
+    rm -r "$folder/$package.new"
+  done
+}
+
+# buildSmallLibraries SOURCES FOLDER CMAKE_ARGUMENT...: jsoncpp and libcurl for static linking, optimised for size, in
+# FOLDER/installed. Of libcurl there are HTTP, UNIX sockets, and the texts of its errors, which are in the log.
+buildSmallLibraries() {
+  local sources=$1 folder=$2
+  shift 2
+  local common=(-G Ninja -DCMAKE_BUILD_TYPE=MinSizeRel -DBUILD_SHARED_LIBS=OFF
+    -DCMAKE_INSTALL_PREFIX="$folder/installed" -DCMAKE_INSTALL_LIBDIR=lib
+    -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@")
+  buildLibrary "$sources/libjsoncpp" "$folder/jsoncpp" "${common[@]}" -DJSONCPP_WITH_TESTS=OFF \
+    -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF -DBUILD_OBJECT_LIBS=OFF -DBUILD_STATIC_LIBS=ON
+  local options=() option
+  for option in CURL_ENABLE_SSL CURL_USE_LIBSSH2 CURL_USE_LIBPSL USE_LIBIDN2 CURL_BROTLI CURL_ZSTD ENABLE_IPV6 \
+    ENABLE_THREADED_RESOLVER BUILD_CURL_EXE BUILD_TESTING CURL_WERROR PICKY_COMPILER; do
+    options+=("-D$option=OFF")
+  done
+  for option in ALTSVC COOKIES CRYPTO_AUTH DOH GETOPTIONS HSTS HTTP_AUTH LIBCURL_OPTION MIME NETRC NTLM PARSEDATE \
+    PROGRESS_METER PROXY SHUFFLE_DNS SOCKETPAIR; do
+    options+=("-DCURL_DISABLE_$option=ON")
+  done
+  buildLibrary "$sources/curl" "$folder/curl" "${common[@]}" -DHTTP_ONLY=ON -DCURL_ZLIB=OFF "${options[@]}"
+}
+
+buildLibrary() {
+  local source=$1 folder=$2
+  shift 2
+  cmake -S "$source" -B "$folder" "$@"
+  cmake --build "$folder" --parallel "$(nproc)" --target install
+}

@@ -1,0 +1,21 @@
+# For a script that takes minutes: says on the screen what it begins, and sends all that is printed to a log. Where it
+# fails, one sentence says at what, what was said last, and where the rest is to be read. To be sourced by a bash script
+# that has "set -e".
+
+# narrate NAME LOG: from here on. NAME is what the sentence begins with.
+narrate() {
+  narrator=$1 narrationLog=$2 doing=
+  exec 3>&1 4>&2 >"$narrationLog" 2>&1 </dev/null
+  trap '(($? == 0)) || { explainFailure; exit 1; }' EXIT
+}
+
+begin() {
+  doing=$1
+  echo "$doing" | tee /dev/fd/3
+}
+
+explainFailure() {
+  local reason
+  reason=$(grep -E '^E: |error|FAILED' "$narrationLog" | tail -n 1 | cut -c -200)
+  echo "$narrator: failed at: $doing: ${reason:-$(tail -n 1 "$narrationLog")}; all of it is in $narrationLog" >&4
+}
