@@ -3,6 +3,7 @@
 
 option(TUNNEL_MNGR_STRICT "Treat the developers' warnings as errors" OFF)
 option(TUNNEL_MNGR_FUZZERS "Build the fuzzers, which only clang can" OFF)
+option(TUNNEL_MNGR_SIMULATION "Build the simulator, which wants the GNU linker and C library" OFF)
 option(TUNNEL_MNGR_BENCHMARKS "Build what scripts/bench runs, which wants libbenchmark" OFF)
 set(TUNNEL_MNGR_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
 set(TUNNEL_MNGR_PROFILE "" CACHE STRING "File of clang's coverage counters, as LLVM_PROFILE_FILE takes it")

@@ -52,6 +52,7 @@ class Layers(unittest.TestCase):
             ("in a folder below", "api/parts/deep.cpp", '#include "core/run.h"\n', "api/parts/deep.cpp"),
             ("without a folder", "api/query.h", '#include "wan_list.h"\n', "api/query.h: includes wan_list.h"),
             ("through the folder above", "api/query.h", '#include "../core/run.h"\n', "includes ../core/run.h"),
+            ("of the simulator", "core/run.h", '#include "simulation/world.h"\n', "core may not know simulation"),
             ("of the tests", "core/run.h", '#include "tests/unit/harness/waiting.h"\n', "includes tests/"),
             ("JSON in support", "support/text.h", "#include <json/value.h>\n", "support does without this library"),
             ("curl in support", "support/text.h", "#include <curl/curl.h>\n", "support does without this library"),
@@ -93,6 +94,9 @@ class Layers(unittest.TestCase):
                      "open(path, O_RDONLY);", "#include <sys/wait.h>\n"):
             with self.subTest(code):
                 self.assertEqual(run_on({**CLEAN, "configuration/act.cpp": code})[0], 0)
+
+    def test_what_is_not_shipped_may_act(self):
+        self.assertEqual(run_on({**CLEAN, "simulation/isolation.cpp": "child = fork();\n"})[0], 0)
 
     def test_a_circle_of_folders_fails(self):
         status, output = run_on({"api/query.h": '#include "monitors/monitor.h"\n',

@@ -1,0 +1,107 @@
+// Clocks, signals' handlers, the process's number and its end in place of the C library's, under the names that --wrap
+// gives (ld(1)).
+
+#include <malloc.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+
+#include "simulation/process.h"
+#include "simulation/rules.h"
+#include "simulation/threads.h"
+#include "simulation/world.h"
+
+namespace simulation {
+namespace {
+
+/// The wall clock's time when a history begins: the first second of 2026.
+constexpr time_t kWallClockBegin = 1767225600;
+
+}  // namespace
+
+Time timeOf(const timespec& moment) {
+  return moment.tv_sec * kSecond + moment.tv_nsec;
+}
+
+}  // namespace simulation
+
+using namespace simulation;
+
+extern "C" {
+
+/// std::chrono::steady_clock::now()
+std::chrono::steady_clock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
+std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
+  if (!isInside()) return __real__ZNSt6chrono3_V212steady_clock3nowEv();
+  return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(timeNow()));
+}
+
+time_t __real_time(time_t*);
+time_t __wrap_time(time_t* place) {
+  if (!isInside()) return __real_time(place);
+  return kWallClockBegin + (timeNow() + world->clockStep) / kSecond;
+}
+
+sighandler_t __real_signal(int, sighandler_t);
+sighandler_t __wrap_signal(int signal, sighandler_t handler) {
+  if (!isInside()) return __real_signal(signal, handler);
+  const Outside outside;
+  sighandler_t& place = currentProcess()->handlers[static_cast<std::size_t>(signal)];
+  const sighandler_t before = place;
+  place = handler;
+  simulation::place();
+  return before;
+}
+
+pid_t __real_getpid();
+pid_t __wrap_getpid() {
+  if (!isInside()) return __real_getpid();
+  const Process& process = *currentProcess();
+  return process.child != 0 ? process.child : process.pid;
+}
+
+int __real___cxa_atexit(void (*)(void*), void*, void*);
+int __wrap___cxa_atexit(void (*function)(void*), void* argument, void* library) {
+  if (!isInside()) return __real___cxa_atexit(function, argument, library);
+  const Outside outside;
+  currentProcess()->atExit.push_back({function, argument});
+  return 0;
+}
+
+/// What was registered last comes first, while the other threads go on.
+[[noreturn]] void __real_exit(int);
+[[noreturn]] void __wrap_exit(int status) {
+  if (!isInside()) __real_exit(status);
+  Process& process = *currentProcess();
+  ruleGlobalsGo(process);
+  while (!process.atExit.empty()) {
+    AtExit last{};
+    {
+      const Outside outside;
+      last = process.atExit.back();
+      process.atExit.pop_back();
+      place();
+    }
+    last.function(last.argument);
+  }
+  const Outside outside;
+  endCurrentProcess(status);
+}
+
+[[noreturn]] void __real__exit(int);
+[[noreturn]] void __wrap__exit(int status) {
+  if (!isInside()) __real__exit(status);
+  const Outside outside;
+  endCurrentProcess(status);
+}
+
+/// How much memory the simulator has is nothing that a history is about.
+int __real_malloc_trim(size_t);
+int __wrap_malloc_trim(size_t pad) {
+  return isInside() ? 0 : __real_malloc_trim(pad);
+}
+
+}  // extern "C"

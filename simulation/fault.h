@@ -1,0 +1,84 @@
+// What is wrong with the router, for a time.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "simulation/clock.h"
+
+namespace simulation {
+
+enum class FaultKind {
+  kApiSlow,       ///< amount: milliseconds for each answer
+  kApiSilent,     ///< takes connections and says nothing
+  kApiGone,       ///< takes no connections
+  kApiHalf,       ///< closes in the middle of an answer
+  kApiError,      ///< answers with an error code
+  kApiGarbage,    ///< answers with no JSON
+  kApiWrongType,  ///< answers with a document of another shape
+  kNamesSlow,     ///< amount: milliseconds for each answer
+  kNamesFail,     ///< amount: which of the resolver's errors
+  kCommandFails,  ///< target: the program
+  kCommandSlow,   ///< target: the program; amount: milliseconds
+  kChildDeaf,     ///< children do not obey SIGTERM
+  kChildShort,    ///< children that start end at once
+  kExecFails,     ///< no openvpn to be had
+  kDiskFull,
+  kDiskReadOnly,
+  kNoFork,
+  kNoThread,
+  kNoDescriptor,
+  kNoMemory,      ///< amount: percent of the program's allocations that fail
+  kNoSemaphores,  ///< neither made nor removed
+  kLogAway,
+  kLogDeaf,  ///< takes no more lines
+  kNumber
+};
+
+constexpr std::array<const char*, static_cast<std::size_t>(FaultKind::kNumber)> kFaultNames{"api slow",
+                                                                                            "api silent",
+                                                                                            "api gone",
+                                                                                            "api half answers",
+                                                                                            "api errors",
+                                                                                            "api garbage",
+                                                                                            "api wrong type",
+                                                                                            "names slow",
+                                                                                            "names fail",
+                                                                                            "command fails",
+                                                                                            "command slow",
+                                                                                            "children deaf",
+                                                                                            "children short-lived",
+                                                                                            "openvpn missing",
+                                                                                            "disk full",
+                                                                                            "disk read-only",
+                                                                                            "no fork",
+                                                                                            "no thread",
+                                                                                            "no descriptor",
+                                                                                            "no memory",
+                                                                                            "no semaphores",
+                                                                                            "log away",
+                                                                                            "log deaf"};
+
+struct Fault {
+  FaultKind kind;
+  Time until;
+  std::string target{};
+  long amount = 0;
+};
+
+class Faults {
+ public:
+  void add(Fault fault) { faults_.push_back(std::move(fault)); }
+  void heal() { faults_.clear(); }
+
+  /// The one of that kind that is there now, or null.
+  const Fault* find(FaultKind kind, const std::string& target = "") const;
+  bool has(FaultKind kind, const std::string& target = "") const { return find(kind, target) != nullptr; }
+  bool empty() const { return faults_.empty(); }
+
+ private:
+  std::vector<Fault> faults_;
+};
+
+}  // namespace simulation

@@ -1,0 +1,29 @@
+// A history: a plan is carried out, then all is healed, and what must hold in the end is looked at.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "simulation/plan.h"
+
+namespace simulation {
+
+struct Outcome {
+  std::string violation{};  ///< "" when everything held
+  std::uint64_t digest = 0;
+  std::vector<std::string> timeline{};
+  Time time = 0;
+  std::uint64_t places = 0;
+  std::uint64_t switches = 0;
+  std::uint64_t runs = 0;
+  std::uint64_t requests = 0;
+  std::uint64_t overlaps = 0;
+  std::size_t processes = 0;
+};
+
+enum class Telling { kDigest, kKept, kAtOnce };
+
+Outcome performHistory(const Plan& plan, Telling telling);
+
+}  // namespace simulation
