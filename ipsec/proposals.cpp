@@ -38,12 +38,8 @@ struct Suite {
   std::string group;
 };
 
-bool beginsWith(const std::string& text, const char* prefix) {
-  return text.rfind(prefix, 0) == 0;
-}
-
 bool looksLikeGroup(const std::string& text) {
-  return beginsWith(text, "modp") || beginsWith(text, "dh");
+  return ZEL::Text::beginsWith(text, "modp") || ZEL::Text::beginsWith(text, "dh");
 }
 
 /// Without a hash there is no use for a group, so of a description that has no hash only the encryption is taken.

@@ -6,36 +6,37 @@
 namespace ZEL {
 namespace {
 
-std::string trimAny(std::string const& text, std::string const& characters) {
+std::string trimAny(std::string_view text, std::string_view characters) {
   const std::size_t first = text.find_first_not_of(characters);
-  if (first == std::string::npos) return "";
-  return text.substr(first, text.find_last_not_of(characters) - first + 1);
+  if (first == std::string_view::npos) return "";
+  return std::string(text.substr(first, text.find_last_not_of(characters) - first + 1));
 }
 
 }  // namespace
 
-std::vector<std::string> Text::split(std::string const& text, std::string const& delimiter, int limit) {
+std::vector<std::string> Text::split(std::string_view text, std::string_view delimiter, int limit) {
   std::vector<std::string> pieces;
   std::size_t start = 0;
   while (!delimiter.empty() && (limit <= 0 || pieces.size() + 1 < static_cast<std::size_t>(limit))) {
     const std::size_t end = text.find(delimiter, start);
-    if (end == std::string::npos) break;
-    pieces.push_back(text.substr(start, end - start));
+    if (end == std::string_view::npos) break;
+    pieces.emplace_back(text.substr(start, end - start));
     start = end + delimiter.size();
   }
-  pieces.push_back(text.substr(start));
+  pieces.emplace_back(text.substr(start));
   return pieces;
 }
 
-std::string Text::trim(std::string const& text) {
+std::string Text::trim(std::string_view text) {
   return trimAny(text, " \t\n\v\f\r");
 }
 
-std::string Text::trim(std::string const& text, unsigned char const& c) {
-  return trimAny(text, std::string(1, static_cast<char>(c)));
+std::string Text::trim(std::string_view text, unsigned char const& c) {
+  const char character = static_cast<char>(c);
+  return trimAny(text, std::string_view(&character, 1));
 }
 
-bool Text::parse(int& value, std::string const& text) {
+bool Text::parse(int& value, std::string_view text) {
   int parsed = 0;
   const char* const end = text.data() + text.size();
   const std::from_chars_result result = std::from_chars(text.data(), end, parsed);
@@ -48,15 +49,28 @@ std::string Text::format(int value) {
   return std::to_string(value);
 }
 
-std::string Text::replace(std::string const& text, std::string const& from, std::string const& to) {
-  if (from.empty()) return text;
+std::string Text::replace(std::string_view text, std::string_view from, std::string_view to) {
+  if (from.empty()) return std::string(text);
   std::string result;
   std::size_t start = 0;
-  for (std::size_t found = text.find(from); found != std::string::npos; found = text.find(from, start)) {
+  for (std::size_t found = text.find(from); found != std::string_view::npos; found = text.find(from, start)) {
     result.append(text, start, found - start).append(to);
     start = found + from.size();
   }
-  return result.append(text, start, std::string::npos);
+  return result.append(text, start);
+}
+
+std::string Text::joined(std::initializer_list<std::string_view> pieces) {
+  std::size_t size = 0;
+  for (const std::string_view piece : pieces) size += piece.size();
+  std::string text;
+  text.reserve(size);
+  for (const std::string_view piece : pieces) text += piece;
+  return text;
+}
+
+bool Text::beginsWith(std::string_view text, std::string_view beginning) {
+  return text.compare(0, beginning.size(), beginning) == 0;
 }
 
 }  // namespace ZEL

@@ -6,7 +6,7 @@
 namespace {
 
 struct PemMember {
-  std::string_view name;
+  const char* name;
   std::string_view label;
   bool isRequired;
   bool isKey;

@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view kNoBridge = "--";
 
 struct Spelling {
-  std::string_view member;
+  const char* member;
   std::string_view right;
 };
 

@@ -26,10 +26,11 @@ Place Place::step(const Json::Value& value, const Step& step) const {
   return place;
 }
 
-Place Place::operator[](std::string_view member) const {
+Place Place::operator[](const char* member) const {
   if (value_->isObject()) {
-    const Json::Value* const found = value_->find(member.data(), member.data() + member.size());
-    return step(found == nullptr ? Json::Value::nullSingleton() : *found, {member, 0});
+    const std::string_view name = member;
+    const Json::Value* const found = value_->find(name.data(), name.data() + name.size());
+    return step(found == nullptr ? Json::Value::nullSingleton() : *found, {name, 0});
   }
   Place place = *this;
   place.value_ = &Json::Value::nullSingleton();

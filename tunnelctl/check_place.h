@@ -17,7 +17,7 @@ class Place {
 
   /// A member; null where there is none. In what is no object there is no place for a member: then it stays here, with
   /// a null value. No rule looks deeper than kDeepest.
-  Place operator[](std::string_view member) const;
+  Place operator[](const char* member) const;
 
   /// The elements of an array in their order; none of anything else.
   std::vector<Place> elements() const;

@@ -10,7 +10,7 @@
 namespace {
 
 struct Phase {
-  std::string_view member;
+  const char* member;
   std::string (*build)(const std::string& text);
   bool isIke;
 };

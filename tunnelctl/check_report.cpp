@@ -8,12 +8,14 @@
 
 namespace {
 
+using ZEL::Text;
+
 constexpr std::size_t kIndentation = 11;
 constexpr std::size_t kNameColumns = 40;
 
 /// The steps of a pointer that lead to the record: a tunnel, a WAN or a network interface. "" for the documents' own.
 std::string recordOf(const std::string& pointer) {
-  const std::vector<std::string> steps = ZEL::Text::split(pointer, "/", 0);
+  const std::vector<std::string> steps = Text::split(pointer, "/", 0);
   const std::size_t most = steps.size() > 2 && steps[1] == "ni" ? 4 : 3;
   std::string record;
   for (std::size_t i = 1; i < std::min(steps.size(), most); ++i) record += "/" + steps[i];
@@ -23,9 +25,9 @@ std::string recordOf(const std::string& pointer) {
 /// The value that a record's pointer leads to, or null.
 const Json::Value& valueAt(const Json::Value& documents, const std::string& record) {
   const Json::Value* value = &documents;
-  for (const std::string& step : ZEL::Text::split(record, "/", 0)) {
+  for (const std::string& step : Text::split(record, "/", 0)) {
     int element = 0;
-    if (value->isArray() && ZEL::Text::parse(element, step)) {
+    if (value->isArray() && Text::parse(element, step)) {
       value = &(*value)[static_cast<Json::ArrayIndex>(element)];
     } else if (value->isObject() && !step.empty()) {
       value = &(*value)[step];
@@ -39,7 +41,7 @@ std::string headingOf(const Json::Value& documents, const std::string& record) {
   const Json::Value& value = valueAt(documents, record);
   std::string heading = record;
   if (!value.isObject()) return heading;
-  if (value["name"].isString()) heading += " \"" + fitted(value["name"].asString(), kNameColumns) + "\"";
+  if (value["name"].isString()) heading += Text::joined({" \"", fitted(value["name"].asString(), kNameColumns), "\""});
   if (value.isMember("enabled") && value["enabled"] == false) heading += ", disabled";
   return heading;
 }
@@ -47,15 +49,16 @@ std::string headingOf(const Json::Value& documents, const std::string& record) {
 void printFinding(const Finding& finding, const std::string& record) {
   const std::string severity = nameOf(finding.severity);
   const std::string rest = finding.pointer.substr(record.size());
-  std::string text = paragraph("  " + column(severity, kIndentation - 3) + " " + (rest.empty() ? "" : rest + ": ") +
-                                   finding.message + " [" + kindOf(finding.problem).id + "]",
-                               kIndentation);
+  std::string text =
+      paragraph(Text::joined({"  ", column(severity, kIndentation - 3), " ", rest, rest.empty() ? "" : ": ",
+                              finding.message, " [", kindOf(finding.problem).id, "]"}),
+                kIndentation);
   const Colour colour = finding.severity == Severity::kError ? Colour::kRed : Colour::kYellow;
   fputs(text.replace(2, severity.size(), coloured(colour, severity)).c_str(), stdout);
 }
 
-std::string counted(std::size_t count, const std::string& noun) {
-  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+std::string counted(std::size_t count, const char* noun) {
+  return Text::joined({std::to_string(count), " ", noun, count == 1 ? "" : "s"});
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <vector>
 
+#include "support/text.h"
+
 namespace {
 
 constexpr std::array<const char*, 6> kCodes{"", "31", "32", "33", "90", "1"};
@@ -20,7 +22,7 @@ bool isColoured() {
 }
 
 /// How many bytes the character at a place has, or 0 when there is none of UTF-8 (RFC 3629).
-std::size_t characterBytes(const std::string& text, std::size_t place) {
+std::size_t characterBytes(std::string_view text, std::size_t place) {
   const auto first = static_cast<unsigned char>(text[place]);
   const std::size_t bytes = first < 0x80   ? 1
                             : first < 0xC2 ? 0
@@ -40,7 +42,7 @@ bool isControl(unsigned char c) {
 }
 
 /// What each column of a terminal shows.
-std::vector<std::string> columnsOf(const std::string& text) {
+std::vector<std::string> columnsOf(std::string_view text) {
   std::vector<std::string> columns;
   for (std::size_t place = 0; place < text.size();) {
     const std::size_t bytes = characterBytes(text, place);
@@ -48,7 +50,7 @@ std::vector<std::string> columnsOf(const std::string& text) {
     if (text[place] == '\t') {
       columns.insert(columns.end(), kTabColumns, " ");
     } else {
-      columns.push_back(shown ? text.substr(place, bytes) : "?");
+      columns.emplace_back(shown ? text.substr(place, bytes) : "?");
     }
     place += bytes == 0 ? 1 : bytes;
   }
@@ -63,12 +65,12 @@ std::string joined(const std::vector<std::string>& columns, std::size_t begin, s
 
 }  // namespace
 
-std::string coloured(Colour colour, const std::string& text) {
-  if (colour == Colour::kNone || !isColoured()) return text;
-  return std::string("\033[") + kCodes[static_cast<std::size_t>(colour)] + "m" + text + "\033[0m";
+std::string coloured(Colour colour, std::string_view text) {
+  if (colour == Colour::kNone || !isColoured()) return std::string(text);
+  return ZEL::Text::joined({"\033[", kCodes[static_cast<std::size_t>(colour)], "m", text, "\033[0m"});
 }
 
-std::string fitted(const std::string& text, std::size_t columns) {
+std::string fitted(std::string_view text, std::size_t columns) {
   const std::vector<std::string> all = columnsOf(text);
   if (all.size() <= columns) return joined(all, 0, all.size());
   if (columns <= kCutColumns) return joined(all, 0, columns);
@@ -76,12 +78,12 @@ std::string fitted(const std::string& text, std::size_t columns) {
   return joined(all, 0, kept - kept / 2) + kCut + joined(all, all.size() - kept / 2, all.size());
 }
 
-std::string column(const std::string& text, std::size_t columns) {
+std::string column(std::string_view text, std::size_t columns) {
   const std::string cut = fitted(text, columns);
   return cut + std::string(columns - columnsOf(cut).size(), ' ');
 }
 
-std::string paragraph(const std::string& text, std::size_t indentation) {
+std::string paragraph(std::string_view text, std::size_t indentation) {
   std::string lines;
   std::size_t used = 0;
   for (std::size_t begin = 0; begin <= text.size();) {

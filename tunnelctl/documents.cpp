@@ -11,6 +11,7 @@
 #include "configuration/configuration_pull.h"
 #include "openvpn/configuration.h"
 #include "support/system.h"
+#include "support/text.h"
 #include "tunnelctl/complaint.h"
 
 namespace {
@@ -44,7 +45,8 @@ Json::Value parsed(const std::string& text, const std::string& name) {
   Json::Reader reader(Json::Features::strictMode());
   try {
     if (!reader.parse(text, root, false))
-      throw Complaint(name + " is no JSON document: " + firstComplaint(reader.getFormattedErrorMessages()));
+      throw Complaint(
+          ZEL::Text::joined({name, " is no JSON document: ", firstComplaint(reader.getFormattedErrorMessages())}));
   } catch (const Json::Exception&) {
     throw Complaint(name + " is nested deeper than 1000 levels");
   }
@@ -58,7 +60,7 @@ Json::Value readDocuments(const std::string& path) {
   const std::string name = path == "-" ? "standard input" : path;
   std::string text;
   if (const int error = ZEL::System::readFile(path == "-" ? kStandardInput : path, text); error != 0)
-    throw Complaint("cannot read " + name + ": " + strerror(error));
+    throw Complaint(ZEL::Text::joined({"cannot read ", name, ": ", strerror(error)}));
   return parsed(text, name);
 }
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "support/text.h"
@@ -17,7 +18,7 @@ Words wordsOf(const std::string& line) {
 }
 
 /// The word behind another, or "".
-std::string wordAfter(const Words& words, const std::string& key) {
+std::string wordAfter(const Words& words, std::string_view key) {
   const auto found = std::find(words.begin(), words.end(), key);
   return found == words.end() || found + 1 == words.end() ? "" : found[1];
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdlib>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "ipsec/connection_section.h"
@@ -10,16 +11,14 @@
 
 namespace {
 
-bool beginsWith(const std::string& text, const std::string& beginning) {
-  return text.compare(0, beginning.size(), beginning) == 0;
-}
+using ZEL::Text;
 
 /// An indented line "key=value".
 void readSetting(const std::string& line, WrittenConnection& connection) {
   const std::size_t equals = line.find('=');
   if (equals == std::string::npos) return;
-  const std::string key = ZEL::Text::trim(line.substr(0, equals));
-  const std::string value = ZEL::Text::trim(line.substr(equals + 1));
+  const std::string key = Text::trim(line.substr(0, equals));
+  const std::string value = Text::trim(line.substr(equals + 1));
   if (key == "left") connection.left = value;
   if (key == "leftsubnet") connection.leftSubnet = value;
   if (key == "right") connection.right = value;
@@ -38,7 +37,7 @@ std::int64_t ageIn(const std::string& text) {
   const long long number = strtoll(text.c_str(), &rest, 10);
   if (number < 0 || number > INT32_MAX) return 0;
   for (const Unit& unit : kUnits) {
-    if (beginsWith(rest, std::string(" ") + unit.name)) return number * unit.seconds;
+    if (Text::beginsWith(rest, Text::joined({" ", unit.name}))) return number * unit.seconds;
   }
   return 0;
 }
@@ -50,13 +49,13 @@ struct AssociationLine {
   std::string rest;
 };
 
-std::optional<AssociationLine> associationIn(const std::string& line, char opening, const std::string& closing) {
+std::optional<AssociationLine> associationIn(const std::string& line, char opening, std::string_view closing) {
   const std::size_t end = line.find(closing);
   const std::size_t begin = line.rfind(opening, end);
   if (end == std::string::npos || begin == std::string::npos) return std::nullopt;
   if (line.find_first_not_of("0123456789", begin + 1) != end) return std::nullopt;
   return AssociationLine{line.substr(0, begin), line.substr(begin, end - begin),
-                         ZEL::Text::trim(line.substr(end + closing.size()))};
+                         Text::trim(line.substr(end + closing.size()))};
 }
 
 /// Whether both ends have a number for it: "IKEv2 SPIs: e1b822a76d110be5_i* 0000000000000000_r" has been begun only.
@@ -71,10 +70,10 @@ bool hasBothNumbers(const std::string& text) {
 class KeyExchanges {
  public:
   void read(const AssociationLine& line) {
-    const std::string established = "ESTABLISHED ";
-    if (beginsWith(line.rest, established)) {
+    constexpr std::string_view established = "ESTABLISHED ";
+    if (Text::beginsWith(line.rest, established)) {
       add(line, {line.name, true, ageIn(line.rest.substr(established.size()))});
-    } else if (beginsWith(line.rest, "CONNECTING,")) {
+    } else if (Text::beginsWith(line.rest, "CONNECTING,")) {
       add(line, {line.name, false, 0});
     } else if (line.rest.find(" SPIs: ") != std::string::npos && number_ == line.number && !exchanges_.empty()) {
       exchanges_.back().isAnswered = hasBothNumbers(line.rest);
@@ -94,7 +93,7 @@ class KeyExchanges {
 };
 
 /// The number in front of a word, or 0.
-std::uint64_t countBefore(const std::string& text, const std::string& word) {
+std::uint64_t countBefore(const std::string& text, std::string_view word) {
   const std::size_t end = text.find(word);
   if (end == std::string::npos) return 0;
   const std::size_t before = text.find_last_not_of("0123456789", end == 0 ? 0 : end - 1);
@@ -113,7 +112,7 @@ class Children {
     ChildAssociation& child = children_.back();
     // While its keys are being renewed it goes on; one that has been replaced ("REKEYED") carries nothing more.
     for (const char* state : {"INSTALLED,", "REKEYING,", "UPDATING,"}) {
-      if (beginsWith(line.rest, state)) child.isInstalled = true;
+      if (Text::beginsWith(line.rest, state)) child.isInstalled = true;
     }
     child.received += countBefore(line.rest, " bytes_i");
     child.sent += countBefore(line.rest, " bytes_o");
@@ -140,14 +139,14 @@ void readConnection(const std::string& line, std::string& peer, IpsecListing& li
 std::vector<WrittenConnection> parseIpsecConf(const std::string& text) {
   std::vector<WrittenConnection> connections;
   bool inside = false;
-  for (const std::string& line : ZEL::Text::split(text, "\n", 0)) {
+  for (const std::string& line : Text::split(text, "\n", 0)) {
     if (line.empty()) continue;
     if (line[0] == '\t' || line[0] == ' ') {
       if (inside) readSetting(line, connections.back());
       continue;
     }
-    inside = beginsWith(line, "conn ") && line != "conn %default";
-    if (inside) connections.push_back({ZEL::Text::trim(line.substr(5))});
+    inside = Text::beginsWith(line, "conn ") && line != "conn %default";
+    if (inside) connections.push_back({Text::trim(line.substr(5))});
   }
   return connections;
 }
@@ -160,18 +159,18 @@ std::string tunnelOf(const WrittenConnection& connection) {
 }
 
 bool parseIpsecStatus(const std::string& output, IpsecListing& listing) {
-  if (ZEL::Text::trim(output).empty()) return false;
+  if (Text::trim(output).empty()) return false;
   listing = {};
   KeyExchanges exchanges;
   Children children;
   std::string peer;
   bool isConnection = false;
-  for (const std::string& shown : ZEL::Text::split(output, "\n", 0)) {
-    const std::string line = ZEL::Text::trim(shown);
-    if (beginsWith(line, "Connections:")) {
+  for (const std::string& shown : Text::split(output, "\n", 0)) {
+    const std::string line = Text::trim(shown);
+    if (Text::beginsWith(line, "Connections:")) {
       isConnection = true;
-    } else if (beginsWith(line, "Routed Connections:") || beginsWith(line, "Shunted Connections:") ||
-               beginsWith(line, "Security Associations (")) {
+    } else if (Text::beginsWith(line, "Routed Connections:") || Text::beginsWith(line, "Shunted Connections:") ||
+               Text::beginsWith(line, "Security Associations (")) {
       isConnection = false;
     } else if (isConnection) {
       readConnection(line, peer, listing);

@@ -13,7 +13,8 @@ const OptionKind& kindOf(const std::string& name, const std::vector<OptionKind>&
     known.emplace_back(kind.name);
   }
   const std::string near = nearestWord(name, known);
-  throw Complaint("unknown option --" + name + (near.empty() ? "" : ", did you mean --" + near + "?"));
+  const std::string question = near.empty() ? "" : ZEL::Text::joined({", did you mean --", near, "?"});
+  throw Complaint(ZEL::Text::joined({"unknown option --", name, question}));
 }
 
 }  // namespace
@@ -42,7 +43,8 @@ void Options::take(const std::string& text, const std::vector<OptionKind>& kinds
   const std::size_t equals = text.find('=');
   const std::string name = text.substr(2, equals == std::string::npos ? equals : equals - 2);
   const OptionKind& kind = kindOf(name, kinds);
-  if (!kind.hasValue && equals != std::string::npos) throw Complaint("--" + name + " takes no value");
+  if (!kind.hasValue && equals != std::string::npos)
+    throw Complaint(ZEL::Text::joined({"--", name, " takes no value"}));
   if (!kind.hasValue) {
     values_[name] = "";
   } else if (equals != std::string::npos) {
@@ -51,20 +53,21 @@ void Options::take(const std::string& text, const std::vector<OptionKind>& kinds
     values_[name] = *next;
     usedNext = true;
   } else {
-    throw Complaint("--" + name + " needs a value");
+    throw Complaint(ZEL::Text::joined({"--", name, " needs a value"}));
   }
 }
 
-std::optional<std::string> Options::value(const std::string& name) const {
+std::optional<std::string> Options::value(std::string_view name) const {
   const auto found = values_.find(name);
   return found == values_.end() ? std::nullopt : std::optional<std::string>(found->second);
 }
 
-std::optional<int> Options::number(const std::string& name, int least, int most) const {
+std::optional<int> Options::number(std::string_view name, int least, int most) const {
   const std::optional<std::string> text = value(name);
   if (!text) return std::nullopt;
   int number = 0;
   if (!ZEL::Text::parse(number, *text) || number < least || number > most)
-    throw Complaint("--" + name + " takes a number from " + std::to_string(least) + " to " + std::to_string(most));
+    throw Complaint(
+        ZEL::Text::joined({"--", name, " takes a number from ", std::to_string(least), " to ", std::to_string(most)}));
   return number;
 }

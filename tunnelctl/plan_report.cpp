@@ -6,17 +6,20 @@
 #include <utility>
 
 #include "support/logger.h"
+#include "support/text.h"
 #include "tunnelctl/console.h"
 #include "tunnelctl/secrets.h"
 #include "tunnelctl/unified_diff.h"
 
 namespace {
 
+using ZEL::Text;
+
 using Kind = Act::Kind;
 
 constexpr std::size_t kIndentation = 10;  ///< where what is done begins
 
-std::string joined(const std::vector<std::string>& words) {
+std::string inOneLine(const std::vector<std::string>& words) {
   std::string text;
   for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
   return text;
@@ -40,7 +43,7 @@ std::pair<std::string, std::string> wordsOf(const Act& act) {
     case Kind::kSignal:
       return {"end", "child " + std::to_string(act.number)};
     case Kind::kBecome:
-      return {"start", joined(act.arguments)};
+      return {"start", inOneLine(act.arguments)};
     case Kind::kPause:
       return {"wait", std::to_string(act.number) + " ms"};
     default:
@@ -51,8 +54,9 @@ std::pair<std::string, std::string> wordsOf(const Act& act) {
 void printAct(const Act& act) {
   const auto [verb, object] = wordsOf(act);
   if (verb.empty()) return;
-  const std::string who = act.actor != 0 && act.kind != Kind::kBecome ? " (by the child)" : "";
-  fputs(paragraph("  " + column(verb, kIndentation - 3) + " " + object + who, kIndentation).c_str(), stdout);
+  const char* const who = act.actor != 0 && act.kind != Kind::kBecome ? " (by the child)" : "";
+  const std::string text = Text::joined({"  ", column(verb, kIndentation - 3), " ", object, who});
+  fputs(paragraph(text, kIndentation).c_str(), stdout);
 }
 
 Colour colourOf(int level) {
@@ -62,8 +66,8 @@ Colour colourOf(int level) {
 }
 
 void printLine(const PlannedLine& line) {
-  fputs(coloured(colourOf(line.level), paragraph("  log     " + line.label + " " + line.text, kIndentation)).c_str(),
-        stdout);
+  const std::string text = Text::joined({"  log     ", line.label, " ", line.text});
+  fputs(coloured(colourOf(line.level), paragraph(text, kIndentation)).c_str(), stdout);
 }
 
 /// The acts in their order, with the lines that are logged between them.
@@ -114,8 +118,8 @@ void printChange(const FileChange& change, bool showSecrets) {
   for (const DiffLine& line : shownDiff(change, showSecrets)) printDiffLine(line);
 }
 
-std::string plural(std::size_t count, const std::string& what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+std::string plural(std::size_t count, const char* what) {
+  return Text::joined({std::to_string(count), " ", what, count == 1 ? "" : "s"});
 }
 
 std::string outcomeOf(const Plan& plan) {
@@ -131,11 +135,12 @@ std::string summaryOf(const Plan& plan, const std::vector<FileChange>& changes) 
   const std::size_t ended = plan.deeds.subjects(Kind::kSignal).size();
   const std::size_t started = plan.deeds.subjects(Kind::kStart).size();
   const std::size_t commands = plan.deeds.subjects(Kind::kRun).size();
-  return "GRE tunnels: " + std::to_string(plan.tunnels.fresh) + " new, " + std::to_string(plan.tunnels.gone) +
-         " gone, " + std::to_string(plan.tunnels.other) + " other, " + std::to_string(plan.tunnels.same) +
-         " the same again. " + plural(static_cast<std::size_t>(different), "file") +
-         " different. OpenVPN: " + std::to_string(ended) + " ended, " + std::to_string(started) +
-         " started. Outage: about " + plural(commands, "command") + ".";
+  const TunnelChanges& tunnels = plan.tunnels;
+  return Text::joined({"GRE tunnels: ", std::to_string(tunnels.fresh), " new, ", std::to_string(tunnels.gone),
+                       " gone, ", std::to_string(tunnels.other), " other, ", std::to_string(tunnels.same),
+                       " the same again. ", plural(static_cast<std::size_t>(different), "file"),
+                       " different. OpenVPN: ", std::to_string(ended), " ended, ", std::to_string(started),
+                       " started. Outage: about ", plural(commands, "command"), "."});
 }
 
 void printPlan(const Plan& plan, const ReportOptions& options) {

@@ -55,7 +55,7 @@ std::vector<Process> readProcesses(const std::string& folder) {
   const std::int64_t ticks = sysconf(_SC_CLK_TCK);
   const std::string here = namespaceOf(folder + "/self");
   for (const int pid : numbersIn(folder)) {
-    const std::string own = folder + "/" + std::to_string(pid);
+    const std::string own = ZEL::Text::joined({folder, "/", std::to_string(pid)});
     std::optional<Process> process = parseProcess(contentsOf(own + "/stat"));
     if (!process) continue;
     if (const std::string there = namespaceOf(own); !there.empty() && there != here) continue;

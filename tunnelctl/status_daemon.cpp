@@ -9,6 +9,8 @@
 
 namespace {
 
+using ZEL::Text;
+
 constexpr const char* kProgram = "tunnel_mngr";
 
 /// The program's options, as it reads them itself (core/command_line.cpp).
@@ -33,7 +35,7 @@ Invocation invocationOf(std::vector<std::string> arguments) {
   const int count = static_cast<int>(arguments.size());
   for (int letter = 0; (letter = getopt_long(count, words.data(), "hdp:", kLongOptions.data(), nullptr)) != -1;) {
     if (letter == 'd') invocation.isDaemon = true;
-    if (letter == 'p') ZEL::Text::parse(invocation.printLevel, optarg);
+    if (letter == 'p') Text::parse(invocation.printLevel, optarg);
   }
   return invocation;
 }
@@ -61,12 +63,12 @@ std::vector<const Process*> instances(bool daemons, const Facts& facts) {
 /// The process that the PID file names, or 0 when it names none, as the program reads it.
 int namedPid(const Facts& facts) {
   int pid = 0;
-  const std::string text = ZEL::Text::trim(facts.marks.pidFile.value_or(""));
-  return ZEL::Text::parse(pid, text) && pid > 0 ? pid : 0;
+  const std::string text = Text::trim(facts.marks.pidFile.value_or(""));
+  return Text::parse(pid, text) && pid > 0 ? pid : 0;
 }
 
 std::string nameOf(const Process& process) {
-  return "process " + std::to_string(process.pid) + " (" + process.name + ")";
+  return Text::joined({"process ", std::to_string(process.pid), " (", process.name, ")"});
 }
 
 /// Nobody runs: what the next start will make of what is left.
@@ -77,10 +79,10 @@ std::vector<std::string> remains(const Facts& facts) {
     return {pidFilePath + " is left over, which does no harm; the next start writes it anew"};
   if (!facts.marks.hasSemaphore) return {};
   if (named == nullptr)
-    return {semaphore + (facts.marks.pidFile ? " and " + pidFilePath + " belong" : " belongs") +
-            " to nobody: the next start removes what is left and fails with 1, the one after works"};
-  return {semaphore + " is left over, and " + pidFilePath + " names " + nameOf(*named) +
-          ": the next start sends SIGHUP to it and ends; remove both files"};
+    return {Text::joined({semaphore, facts.marks.pidFile ? " and " + pidFilePath + " belong" : " belongs",
+                          " to nobody: the next start removes what is left and fails with 1, the one after works"})};
+  return {Text::joined({semaphore, " is left over, and ", pidFilePath, " names ", nameOf(*named),
+                        ": the next start sends SIGHUP to it and ends; remove both files"})};
 }
 
 /// A daemon runs: whether others can find it.
@@ -90,12 +92,13 @@ std::vector<std::string> flaws(const Process& daemon, const Facts& facts) {
   if (!facts.marks.hasSemaphore) {
     found.emplace_back("its semaphore is gone: the next start makes a second daemon; stop this one and start it again");
   } else if (named == nullptr) {
-    found.push_back(pidFilePath +
-                    " does not name it: the next start removes its semaphore and fails with 1; kill -HUP " +
-                    std::to_string(daemon.pid) + " asks for a run");
+    found.push_back(Text::joined(
+        {pidFilePath, " does not name it: the next start removes its semaphore and fails with 1; kill -HUP ",
+         std::to_string(daemon.pid), " asks for a run"}));
   } else if (named->pid != daemon.pid) {
-    found.push_back(pidFilePath + " names " + nameOf(*named) + ", which gets the SIGHUP of the next start; kill -HUP " +
-                    std::to_string(daemon.pid) + " asks for a run");
+    found.push_back(
+        Text::joined({pidFilePath, " names ", nameOf(*named), ", which gets the SIGHUP of the next start; kill -HUP ",
+                      std::to_string(daemon.pid), " asks for a run"}));
   }
   return found;
 }

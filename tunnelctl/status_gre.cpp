@@ -1,16 +1,15 @@
 #include <algorithm>
 
 #include "effects/effects.h"
+#include "support/text.h"
 #include "tunnelctl/status_rows.h"
 
 namespace {
 
+using ZEL::Text;
+
 constexpr const char* kKind = "gre";
 constexpr std::size_t kLongestName = 15;  // IFNAMSIZ, with the null byte
-
-Verdict down(const std::string& reason) {
-  return {TunnelState::kDown, reason};
-}
 
 /// Why there is no device.
 Verdict missing(const GreRecord& record, const Facts& facts) {
@@ -51,9 +50,9 @@ std::string obstacle(const Device& device, const Facts& facts) {
 /// In what the device's ends are not those that are configured; "" when they are.
 std::string otherEnds(const Device& device, const GreRecord& record, const Facts& facts) {
   if (device.local != facts.configuration.wan)
-    return "it begins at " + device.local + ", but the current WAN is " + facts.configuration.wan;
+    return Text::joined({"it begins at ", device.local, ", but the current WAN is ", facts.configuration.wan});
   if (parseAddress(record.host) && device.remote != record.host)
-    return "it ends at " + device.remote + ", but " + record.host + " is configured; a run is due";
+    return Text::joined({"it ends at ", device.remote, ", but ", record.host, " is configured; a run is due"});
   return "";
 }
 
@@ -62,13 +61,13 @@ std::string lack(const Device& device, const GreRecord& record, const Facts& fac
   for (const Ipv4Network& address : record.addresses) {
     const auto& own = device.addresses;
     if (std::find(own.begin(), own.end(), address) == own.end())
-      return "it lacks its address " + textOf(address) + "; a run is due";
+      return Text::joined({"it lacks its address ", textOf(address), "; a run is due"});
   }
   if (!areRoutesKnown(facts)) return "";
   for (const Ipv4Network& wanted : record.routes) {
     if (std::none_of(facts.routes.begin(), facts.routes.end(),
                      [&](const Route& route) { return route.device == device.name && route.destination == wanted; }))
-      return "no route to " + textOf(wanted) + " leads through it; a run is due";
+      return Text::joined({"no route to ", textOf(wanted), " leads through it; a run is due"});
   }
   return "";
 }
@@ -76,13 +75,12 @@ std::string lack(const Device& device, const GreRecord& record, const Facts& fac
 /// Up, as far as the routes go.
 Verdict unlessRoutesHang(const Facts& facts) {
   if (facts.routesStatus != kNoAnswer) return {};
-  return {TunnelState::kUnknown, "ip does not list the kernel's routes"};
+  return unknown("ip does not list the kernel's routes");
 }
 
 Verdict judgeConfigured(const GreRecord& record, const Device* device, const Facts& facts) {
-  if (!record.isReadable)
-    return {TunnelState::kUnknown, "a member of its record has a wrong type, which ends every run"};
-  if (!areDevicesKnown(facts)) return {TunnelState::kUnknown, "ip does not list the kernel's devices"};
+  if (!record.isReadable) return unknown("a member of its record has a wrong type, which ends every run");
+  if (!areDevicesKnown(facts)) return unknown("ip does not list the kernel's devices");
   if (facts.configuration.wan.empty()) return down("no WAN is current, so nothing is built");
   if (device == nullptr) return missing(record, facts);
   if (!device->isGre) return down("another device has its name");

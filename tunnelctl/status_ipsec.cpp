@@ -3,18 +3,17 @@
 
 #include "effects/effects.h"
 #include "ipsec/configuration_store.h"
+#include "support/text.h"
 #include "tunnelctl/status_rows.h"
 
 namespace {
+
+using ZEL::Text;
 
 constexpr const char* kKind = "ipsec";
 constexpr int kNoSuchProgram = 127;  // of the shell
 
 using Connections = std::vector<const WrittenConnection*>;
-
-Verdict down(const std::string& reason) {
-  return {TunnelState::kDown, reason};
-}
 
 /// A tunnel as it is to be judged: its record, if it has one, the names of its connections, and those that are written.
 struct Tunnel {
@@ -54,7 +53,8 @@ std::string unansweredReason(const WrittenConnection& written, const std::string
   if (std::any_of(exchanges.begin(), exchanges.end(),
                   [&](const KeyExchange& exchange) { return isOfPeer(exchange) && exchange.isAnswered; }))
     return written.right + " answers, but no keys are exchanged yet: if it stays so, the key or the identity differs";
-  if (std::any_of(exchanges.begin(), exchanges.end(), isOfPeer)) return "no answer from " + written.right + " yet";
+  if (std::any_of(exchanges.begin(), exchanges.end(), isOfPeer))
+    return Text::joined({"no answer from ", written.right, " yet"});
   if (parseAddress(written.right).value_or(0) == 0) return "no peer has connected yet";
   return "no SA: the peer refused the proposal, the key or the identity, and the log of the IPsec service says which";
 }
@@ -70,8 +70,8 @@ std::string peerReason(const WrittenConnection& written, const Tunnel& tunnel, c
 }
 
 std::string unwrittenReason() {
-  return "it is not written in " + ipsecConfPath() +
-         ": it is newer than the last run, or refused, and the log says why";
+  return Text::joined(
+      {"it is not written in ", ipsecConfPath(), ": it is newer than the last run, or refused, and the log says why"});
 }
 
 /// Why a connection is not up; "" when it is.
@@ -80,11 +80,12 @@ std::string reasonOf(const std::string& name, const Tunnel& tunnel, const Facts&
   const WrittenConnection* const written = writtenAs(name, tunnel);
   if (written == nullptr) return unwrittenReason();
   if (isConfigurationKnown(facts) && written->left != facts.configuration.wan)
-    return "it begins at " + written->left + ", but the current WAN is " + facts.configuration.wan;
+    return Text::joined({"it begins at ", written->left, ", but the current WAN is ", facts.configuration.wan});
   if (isInstalled(name, listing)) return "";
   if (std::string reason = peerReason(*written, tunnel, facts); !reason.empty()) return reason;
   const auto peer = listing.peers.find(name);
-  if (peer == listing.peers.end()) return "the IPsec service has not loaded " + name + ", and its log says why";
+  if (peer == listing.peers.end())
+    return Text::joined({"the IPsec service has not loaded ", name, ", and its log says why"});
   return unansweredReason(*written, peer->second, listing);
 }
 
@@ -97,8 +98,8 @@ Verdict judgeConnections(const Tunnel& tunnel, const Facts& facts) {
   const std::string reason = reasonOf(broken.front(), tunnel, facts);
   const std::size_t all = tunnel.names.size();
   if (broken.size() == all) return down(reason);
-  const std::string count = std::to_string(all - broken.size()) + " of " + std::to_string(all);
-  return {TunnelState::kPartial, count + " networks are joined; " + broken.front() + ": " + reason};
+  return {TunnelState::kPartial, Text::joined({std::to_string(all - broken.size()), " of ", std::to_string(all),
+                                               " networks are joined; ", broken.front(), ": ", reason})};
 }
 
 /// Why the service could not be asked; "" when it could.
@@ -112,17 +113,18 @@ std::string serviceComplaint(const Facts& facts) {
 /// Why nothing of IPsec can be up; nothing when it can.
 std::optional<Verdict> serviceVerdict(const Facts& facts) {
   const IpsecService service = ipsecService(facts);
-  if (!service.complaint.empty()) return Verdict{TunnelState::kUnknown, service.complaint};
+  if (!service.complaint.empty()) return unknown(service.complaint);
   if (facts.ipsecStatus == kNoSuchProgram) return down("there is no program ipsec");
   if (!service.isRunning) return down("the IPsec service does not run");
   if (service.written > 0 && service.loaded == 0)
-    return down("the IPsec service does not read " + ipsecConfPath() + ", which its own ipsec.conf must include");
+    return down(
+        Text::joined({"the IPsec service does not read ", ipsecConfPath(), ", which its own ipsec.conf must include"}));
   return std::nullopt;
 }
 
 Verdict judgeTunnel(const Tunnel& tunnel, const Facts& facts) {
   if (tunnel.record != nullptr && !tunnel.record->isReadable)
-    return {TunnelState::kUnknown, "a member of its record has a wrong type, which ends every run"};
+    return unknown("a member of its record has a wrong type, which ends every run");
   if (isConfigurationKnown(facts) && facts.configuration.wan.empty())
     return down("no WAN is current, so nothing is built");
   if (tunnel.names.empty()) return down("there is no local network that it could join");

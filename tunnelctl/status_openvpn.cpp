@@ -1,23 +1,18 @@
 #include <algorithm>
 #include <set>
 
+#include "support/text.h"
 #include "tunnelctl/openvpn_status.h"
 #include "tunnelctl/status_rows.h"
 
 namespace {
 
+using ZEL::Text;
+
 constexpr const char* kKind = "openvpn";
 
 /// A living openvpn writes its status every second, but not while it waits between two attempts to connect.
 constexpr std::int64_t kOldStatusSeconds = 15;
-
-Verdict down(const std::string& reason) {
-  return {TunnelState::kDown, reason};
-}
-
-Verdict unknown(const std::string& reason) {
-  return {TunnelState::kUnknown, reason};
-}
 
 const OpenvpnFiles& filesOf(const std::string& name, const Facts& facts) {
   static const OpenvpnFiles none;
@@ -35,8 +30,8 @@ Verdict childless(const OpenvpnFiles& files, const Facts& facts) {
   if (!files.hasConfiguration) return down("its configuration has not been written: it is newer than the last run");
   if (!daemonStatus(facts).isRunning) return down("no child: the daemon does not run, and its children end with it");
   const std::string since = files.status ? " for " + ageText(facts.now - files.status->writtenAt) : "";
-  return down("no child" + since +
-              ": openvpn cannot start, or leaves at once, and its lines in the system log say why");
+  return down(Text::joined(
+      {"no child", since, ": openvpn cannot start, or leaves at once, and its lines in the system log say why"}));
 }
 
 /// What the daemon's last ping of the far end says. A file that is older than the child tells of another one.
@@ -44,7 +39,7 @@ Verdict pinged(const OpenvpnFiles& files, const Process& child, const Facts& fac
   if (!files.connect || files.connect->writtenAt < child.startedAt)
     return unknown(files.pingAddress + " has not been pinged yet");
   if (files.connect->text == "connected") return {};
-  return down("the last ping of " + files.pingAddress + " failed " + ago(files.connect->writtenAt, facts));
+  return down(Text::joined({"the last ping of ", files.pingAddress, " failed ", ago(files.connect->writtenAt, facts)}));
 }
 
 /// What openvpn's own counters say of who is at the other end.
@@ -58,8 +53,9 @@ Verdict heard(const OpenvpnStatus& status) {
 std::string obstacle(const OpenvpnFiles& files, const Facts& facts) {
   if (!areDevicesKnown(facts) || files.device.empty()) return "";
   const Device* const device = deviceOf(files.device, facts);
-  if (device == nullptr) return "its device " + files.device + " is not there: openvpn has not connected yet";
-  return device->isUp ? "" : "the link of its device " + files.device + " is down";
+  if (device == nullptr)
+    return Text::joined({"its device ", files.device, " is not there: openvpn has not connected yet"});
+  return device->isUp ? "" : Text::joined({"the link of its device ", files.device, " is down"});
 }
 
 /// Whether the status is the child's own.
@@ -70,9 +66,11 @@ bool hasStatus(const OpenvpnFiles& files, const Process& child) {
 Verdict judgeChild(const OpenvpnFiles& files, const Process& child, const Facts& facts) {
   if (files.isStatusForbidden) return unknown("only root may read the status of openvpn");
   if (!hasStatus(files, child))
-    return down("openvpn has run for " + ageText(facts.now - child.startedAt) + " and has not written its status yet");
+    return down(Text::joined(
+        {"openvpn has run for ", ageText(facts.now - child.startedAt), " and has not written its status yet"}));
   if (const std::int64_t age = facts.now - files.status->writtenAt; age > kOldStatusSeconds)
-    return down("openvpn has not written its status for " + ageText(age) + ": it waits to connect again, or hangs");
+    return down(Text::joined(
+        {"openvpn has not written its status for ", ageText(age), ": it waits to connect again, or hangs"}));
   const std::optional<OpenvpnStatus> status = parseOpenvpnStatus(files.status->text);
   if (!status) return unknown("the status of openvpn cannot be read");
   if (const std::string reason = obstacle(files, facts); !reason.empty()) return down(reason);

@@ -8,6 +8,8 @@
 
 namespace {
 
+using ZEL::Text;
+
 using Value = std::optional<std::uint64_t>;
 
 /// A metric of the tunnels: for each of them a sample where there is a value.
@@ -55,11 +57,11 @@ std::string fullName(const char* name) {
 }
 
 std::string head(const std::string& name, const char* type, const char* help) {
-  return "# HELP " + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
+  return Text::joined({"# HELP ", name, " ", help, "\n# TYPE ", name, " ", type, "\n"});
 }
 
 std::string sample(const std::string& nameAndLabels, std::uint64_t value) {
-  return nameAndLabels + " " + std::to_string(value) + "\n";
+  return Text::joined({nameAndLabels, " ", std::to_string(value), "\n"});
 }
 
 std::string gauge(const char* name, const char* help, std::uint64_t value) {
@@ -69,12 +71,12 @@ std::string gauge(const char* name, const char* help, std::uint64_t value) {
 /// As a label's value: UTF-8, with what has a meaning there escaped.
 std::string escaped(const std::string& text) {
   const std::string shown = fitted(text, std::numeric_limits<std::size_t>::max());
-  return ZEL::Text::replace(ZEL::Text::replace(shown, "\\", "\\\\"), "\"", "\\\"");
+  return Text::replace(Text::replace(shown, "\\", "\\\\"), "\"", "\\\"");
 }
 
 std::string labels(const TunnelRow& row, bool hasState) {
   const std::string state = hasState ? std::string("\",state=\"") + textOf(row.verdict.state) : "";
-  return std::string("{kind=\"") + row.kind + "\",name=\"" + escaped(row.name) + state + "\"}";
+  return Text::joined({"{kind=\"", row.kind, "\",name=\"", escaped(row.name), state, "\"}"});
 }
 
 /// Nothing when no tunnel has a value. Labels that were there already would make the whole text unreadable, so a second

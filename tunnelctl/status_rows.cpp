@@ -51,6 +51,14 @@ const char* textOf(TunnelState state) {
   return kStates.at(static_cast<std::size_t>(state));
 }
 
+Verdict down(std::string_view reason) {
+  return {TunnelState::kDown, std::string(reason)};
+}
+
+Verdict unknown(std::string_view reason) {
+  return {TunnelState::kUnknown, std::string(reason)};
+}
+
 Status judge(const Facts& facts) {
   Status status;
   status.time = facts.now;

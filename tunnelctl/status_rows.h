@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tunnelctl/status_facts.h"
@@ -23,6 +24,9 @@ struct Verdict {
   TunnelState state = TunnelState::kUp;
   std::string reason{};
 };
+
+Verdict down(std::string_view reason);
+Verdict unknown(std::string_view reason);
 
 struct TunnelRow {
   const char* kind = "";  ///< "gre", "ipsec", "openvpn"

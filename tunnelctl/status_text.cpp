@@ -1,10 +1,13 @@
 #include <array>
 #include <ctime>
 
+#include "support/text.h"
 #include "tunnelctl/console.h"
 #include "tunnelctl/status_output.h"
 
 namespace {
+
+using ZEL::Text;
 
 constexpr std::size_t kLabelColumns = 8;
 constexpr std::size_t kKindColumns = 8;
@@ -23,11 +26,11 @@ std::string localTime(std::int64_t time) {
 }
 
 /// "Daemon  text"
-std::string line(const char* label, const std::string& text) {
-  return paragraph(column(label, kLabelColumns) + text, kLabelColumns);
+std::string line(const char* label, std::string_view text) {
+  return paragraph(Text::joined({column(label, kLabelColumns), text}), kLabelColumns);
 }
 
-std::string joined(const std::vector<std::string>& texts) {
+std::string listed(const std::vector<std::string>& texts) {
   std::string text;
   for (const std::string& each : texts) text += (text.empty() ? "" : ", ") + each;
   return text;
@@ -36,12 +39,12 @@ std::string joined(const std::vector<std::string>& texts) {
 std::string daemonText(const DaemonStatus& daemon, std::int64_t now) {
   if (daemon.isSingleRun) return "does not run; a single run goes on, PID " + std::to_string(daemon.pid);
   if (!daemon.isRunning) return "does not run";
-  return "runs, PID " + std::to_string(daemon.pid) + ", since " + localTime(daemon.startedAt) + " (" +
-         ageText(now - daemon.startedAt) + "), print level " + std::to_string(daemon.printLevel);
+  return Text::joined({"runs, PID ", std::to_string(daemon.pid), ", since ", localTime(daemon.startedAt), " (",
+                       ageText(now - daemon.startedAt), "), print level ", std::to_string(daemon.printLevel)});
 }
 
 std::string wanText(const Status& status) {
-  const std::string inUse = joined(status.wansInUse);
+  const std::string inUse = listed(status.wansInUse);
   const std::string use = inUse.empty() ? "" : "; tunnels use " + inUse;
   if (!status.wan) return "unknown" + use;
   if (status.wan->empty()) return "none is current" + use;
@@ -52,7 +55,7 @@ std::string serviceText(const IpsecService& service) {
   if (!service.complaint.empty()) return service.complaint;
   const std::string written = std::to_string(service.written) + " written connections";
   if (!service.isRunning) return "the service does not run; " + written;
-  return "the service runs and has loaded " + std::to_string(service.loaded) + " of " + written;
+  return Text::joined({"the service runs and has loaded ", std::to_string(service.loaded), " of ", written});
 }
 
 Colour colourOf(TunnelState state) {
@@ -75,28 +78,28 @@ std::string bytesText(std::uint64_t bytes) {
   for (; bytes >= 1024 * std::uint64_t{1024}; bytes /= 1024) ++unit;
   const std::string tenths = std::to_string(bytes * 10 / 1024);
   constexpr std::array<const char*, 6> kUnits{" KiB", " MiB", " GiB", " TiB", " PiB", " EiB"};
-  return tenths.substr(0, tenths.size() - 1) + "." + tenths.back() + kUnits.at(unit);
+  const std::string_view digits = tenths;
+  return Text::joined({digits.substr(0, digits.size() - 1), ".", digits.substr(digits.size() - 1), kUnits.at(unit)});
 }
 
-std::string right(const std::string& text, std::size_t columns) {
-  return std::string(columns - std::min(text.size(), columns), ' ') + text;
+std::string right(std::string_view text, std::size_t columns) {
+  return std::string(columns - std::min(text.size(), columns), ' ').append(text);
 }
 
-std::string orDash(const std::string& text) {
+std::string_view orDash(std::string_view text) {
   return text.empty() ? "-" : text;
 }
 
 /// One cell, with a blank behind what fills it.
-std::string cell(const std::string& text, std::size_t columns) {
+std::string cell(std::string_view text, std::size_t columns) {
   return column(text, columns - 1) + " ";
 }
 
 std::string heading() {
-  return coloured(Colour::kBold, cell("KIND", kKindColumns) + cell("NAME", kNameColumns) +
-                                     cell("STATE", kStateColumns) + cell("LOCAL", kEndColumns) +
-                                     cell("REMOTE", kEndColumns) + right("RECEIVED", kBytesColumns) +
-                                     right("SENT", kBytesColumns)) +
-         "\n";
+  const std::string cells = Text::joined(
+      {cell("KIND", kKindColumns), cell("NAME", kNameColumns), cell("STATE", kStateColumns), cell("LOCAL", kEndColumns),
+       cell("REMOTE", kEndColumns), right("RECEIVED", kBytesColumns), right("SENT", kBytesColumns)});
+  return coloured(Colour::kBold, cells) + "\n";
 }
 
 std::string rowText(const TunnelRow& row) {
@@ -104,10 +107,10 @@ std::string rowText(const TunnelRow& row) {
     return right(row.traffic ? bytesText((*row.traffic).*way) : "-", kBytesColumns);
   };
   const TunnelState state = row.verdict.state;
-  std::string text = cell(row.kind, kKindColumns) + cell(row.name, kNameColumns) +
-                     coloured(colourOf(state), cell(textOf(state), kStateColumns)) +
-                     cell(orDash(row.local), kEndColumns) + cell(orDash(row.remote), kEndColumns) +
-                     bytes(&Traffic::received) + bytes(&Traffic::sent) + "\n";
+  std::string text =
+      Text::joined({cell(row.kind, kKindColumns), cell(row.name, kNameColumns),
+                    coloured(colourOf(state), cell(textOf(state), kStateColumns)), cell(orDash(row.local), kEndColumns),
+                    cell(orDash(row.remote), kEndColumns), bytes(&Traffic::received), bytes(&Traffic::sent), "\n"});
   if (!row.verdict.reason.empty()) text += paragraph(std::string(kKindColumns, ' ') + row.verdict.reason, kKindColumns);
   return text;
 }

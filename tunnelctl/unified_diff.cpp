@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <utility>
 
+#include "support/text.h"
+
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -160,9 +162,10 @@ std::vector<DiffLine> unifiedDiff(const std::vector<std::string>& before, const 
     }
     const std::size_t begin = i < kAround ? 0 : i - kAround;
     const std::size_t end = endOfHunk(steps, i);
-    diff.push_back({Kind::kHunk, steps[begin].before, steps[begin].after,
-                    "@@ -" + range(steps[begin].before, countOf(steps, begin, end, Kind::kOnlyAfter)) + " +" +
-                        range(steps[begin].after, countOf(steps, begin, end, Kind::kOnlyBefore)) + " @@"});
+    diff.push_back(
+        {Kind::kHunk, steps[begin].before, steps[begin].after,
+         ZEL::Text::joined({"@@ -", range(steps[begin].before, countOf(steps, begin, end, Kind::kOnlyAfter)), " +",
+                            range(steps[begin].after, countOf(steps, begin, end, Kind::kOnlyBefore)), " @@"})});
     for (i = begin; i < end; ++i) {
       const Step& step = steps[i];
       const std::string& line = step.kind == Kind::kOnlyAfter ? after[step.after] : before[step.before];

@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -163,6 +164,21 @@ TEST(TextReplace, replacesEveryOccurrence) {
     SCOPED_TRACE(testing::Message() << '"' << row.text << "\": \"" << row.from << "\" to \"" << row.to << '"');
     EXPECT_EQ(Text::replace(row.text, row.from, row.to), row.result);
   }
+}
+
+TEST(TextJoined, putsPiecesInARow) {
+  EXPECT_EQ(Text::joined({}), "");
+  EXPECT_EQ(Text::joined({"", ""}), "");
+  EXPECT_EQ(Text::joined({"a", std::string("b"), std::string_view("cd", 1), "\n"}), "abc\n");
+  EXPECT_EQ(Text::joined({std::string_view("a\0b", 3), "c"}), std::string("a\0bc", 4));
+}
+
+TEST(TextBeginsWith, comparesTheFirstCharacters) {
+  EXPECT_TRUE(Text::beginsWith("conn one", "conn "));
+  EXPECT_TRUE(Text::beginsWith("conn", "conn"));
+  EXPECT_TRUE(Text::beginsWith("", ""));
+  EXPECT_FALSE(Text::beginsWith("con", "conn"));
+  EXPECT_FALSE(Text::beginsWith("a conn", "conn"));
 }
 
 }  // namespace
