@@ -43,10 +43,27 @@ if(TUNNEL_MNGR_PROFILE)
   target_link_options(tunnel_mngr_settings INTERFACE ${profile_flag})
 endif()
 
+# Link-time optimisation makes the programs a tenth smaller; inlining what is no longer than a call takes off a little more.
+# The libraries hold machine code, too ("fat"), which is what tests link (-fno-lto), so that linking them takes no longer.
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_BUILD_TYPE STREQUAL MinSizeRel)
+  set(link_time_optimisation -flto=auto -ffat-lto-objects --param=max-inline-insns-size=1)
+  set(no_link_time_optimisation -fno-lto)
+endif()
+
 # One library per folder: tunnel_mngr_folder(NAME SOURCES ... KNOWS ...) links it to the folders that it may know and to
 # nothing else of ours.
 function(tunnel_mngr_folder name)
   cmake_parse_arguments(FOLDER "" "" "SOURCES;KNOWS" ${ARGN})
   add_library(${name} STATIC ${FOLDER_SOURCES})
   target_link_libraries(${name} PUBLIC tunnel_mngr_settings ${FOLDER_KNOWS})
+  target_compile_options(${name} PRIVATE ${link_time_optimisation})
+endfunction()
+
+# What a router gets: tunnel_mngr_program(NAME SOURCE LIBRARY), and its installation.
+function(tunnel_mngr_program name source library)
+  add_executable(${name} ${source})
+  target_link_libraries(${name} PRIVATE ${library})
+  target_compile_options(${name} PRIVATE ${link_time_optimisation})
+  target_link_options(${name} PRIVATE ${link_time_optimisation})
+  install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 endfunction()

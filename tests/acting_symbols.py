@@ -19,8 +19,10 @@ ACTING = re.compile(
 
 
 def undefined_symbols(library):
-    listing = subprocess.run(["nm", "-u", library], capture_output=True, text=True, check=True).stdout
-    return {line.split()[-1].split("@")[0] for line in listing.splitlines() if re.match(r"^ +[Uw] ", line)}
+    """Of the machine code. Where there is code for link-time optimisation beside it, nm would show the symbols of that,
+    which lack the functions that the compiler knows itself, fork among them."""
+    listing = subprocess.run(["readelf", "-sW", library], capture_output=True, text=True, check=True).stdout
+    return set(re.findall(r" UND (\S+)$", listing, re.MULTILINE))
 
 
 def main():
