@@ -8,10 +8,11 @@ import subprocess
 import sys
 import time
 
-from lab import host, kernel, programs, report, scratch, steps, vm
+from lab import far_ends, host, kernel, load, programs, report, scratch, steps, vm
+from lab.checks import complaint
 from lab.documents import Keys
 from lab.faults import FAULTS
-from lab.lab import Lab
+from lab.lab import Lab, Unmet
 from lab.node import CommandFailed
 from lab.router import SEARCH_PATH, Programs
 from lab.topology import SITE_A, SITE_B, Topology
@@ -19,9 +20,10 @@ from lab.topology import SITE_A, SITE_B, Topology
 TOP_FOLDER = pathlib.Path(__file__).resolve().parents[1]
 CANNOT_RUN = 77
 MACHINE_SECONDS = 600
+LOAD_SECONDS = 7200
 START_SECONDS = 120
 HINTS = """A shell on router A, with the daemon and the services running; docs/lab.md tells what is where. For example:
-  tunnelctl status; ip tunnel; ip -s xfrm state; ipsec status; cat /run/ipsec/ipsec.conf; ping -I 192.168.10.1 192.168.20.10
+  tunnelctl status; ip tunnel; ip -s xfrm state; ipsec status; ping -I 192.168.10.1 192.168.20.10
 Leave it to end the lab."""
 
 
@@ -30,6 +32,8 @@ def _parse() -> argparse.Namespace:
                                      epilog="docs/lab.md tells what each step shows.")
     parser.add_argument("--shell", action="store_true", help="start both routers and open a shell on router A")
     parser.add_argument("--fault", choices=FAULTS, help="put a fault in, to see the lab fail")
+    parser.add_argument("--load", metavar="N", type=int, choices=range(1, far_ends.MOST + 1),
+                        help="measure N GRE, N/2 IPsec and N/5 OpenVPN tunnels instead")
     parser.add_argument("--machine", action="store_true", help="use a virtual machine even if this kernel would do")
     parser.add_argument("--junit", metavar="FILE", type=pathlib.Path, help="write the steps' outcomes to FILE as well")
     parser.add_argument("--program", default="", help=argparse.SUPPRESS)
@@ -84,10 +88,11 @@ def _run_in_machine(options: argparse.Namespace, folder: pathlib.Path, results: 
     command = [os.path.realpath(sys.executable), "-B", "-m", "lab", f"--keys={options.keys}",
                *(f"--{name}={path}" for name, path in _programs(options)._asdict().items())]
     command += ["--shell"] if options.shell else []
+    command += [f"--load={options.load}"] if options.load else []
     command += [f"--fault={options.fault}"] if options.fault else []
     environment = {"PATH": SEARCH_PATH, "TERM": os.environ.get("TERM", "dumb")}
     return vm.run(command, str(TOP_FOLDER), environment, programs.files(_programs(options)), folder, results,
-                  seconds=None if options.shell else MACHINE_SECONDS)
+                  seconds=None if options.shell else LOAD_SECONDS if options.load else MACHINE_SECONDS)
 
 
 def _run_inside(options: argparse.Namespace) -> int:
@@ -99,7 +104,10 @@ def _run_inside(options: argparse.Namespace) -> int:
 def _run_here(options: argparse.Namespace, results: pathlib.Path) -> int:
     os.environ["PATH"] = SEARCH_PATH
     with scratch.folder("lab-records-") as folder:
-        lab = Lab(Topology(_programs(options), Keys(options.keys), folder), folder)
+        keys = Keys(options.keys)
+        lab = Lab(Topology(_programs(options), keys, folder), folder)
+        if options.load:
+            return _measure_load(lab, options.load, keys)
         steps.write_documents(lab)
         if options.fault:
             FAULTS[options.fault](lab)
@@ -113,6 +121,15 @@ def _perform(lab: Lab, results: pathlib.Path) -> int:
         print(*(report.dump(router) for router in lab.topology.routers), sep="\n")
     print(f"\n{report.table(rows)}\n")
     return 1 if failed else 0
+
+
+def _measure_load(lab: Lab, number: int, keys: Keys) -> int:
+    try:
+        load.Load(lab, number, keys).perform()
+        return 0
+    except (Unmet, CommandFailed) as error:
+        print(f"{report.dump(lab.a)}\n\n{error}\n{complaint(lab.a)}")
+        return 1
 
 
 def _open_shell(lab: Lab) -> int:

@@ -47,6 +47,23 @@ class Keys:
     def text(self, name: str) -> str:
         return (self.folder / name).read_text()
 
+    def static_options(self) -> str:
+        """For OpenVPN. 2.7 wants to be told that a static key is meant; 2.6 cannot be."""
+        return f"""cipher AES-256-CBC
+ignore-unknown-option allow-deprecated-insecure-static-crypto
+allow-deprecated-insecure-static-crypto
+<secret>
+-----BEGIN OpenVPN Static key V1-----
+{self.static_key}
+-----END OpenVPN Static key V1-----
+</secret>
+"""
+
+    def certificate_blocks(self, host_name: str) -> str:
+        """The same with the certificate of a site."""
+        files = {"ca": "ca.crt", "cert": f"{host_name}.crt", "key": f"{host_name}.key"}
+        return "".join(f"<{block}>\n{self.text(file)}</{block}>\n" for block, file in files.items())
+
     def make_certificates(self, sites: list[Site]) -> None:
         """A certificate authority and a certificate for each site's host name, by openssl(1)."""
         self._request("ca", "/CN=Laboratory", [])
@@ -102,35 +119,22 @@ class Documents:
                 "retries": 0, "checkPeriod": 1, **IPSEC_KINDS[kind], **secret, **members}
 
     def openvpn_static(self, name: str) -> dict:
-        """Point to point with a static key. OpenVPN 2.7 wants to be told that it is meant; 2.6 cannot be."""
-        return self._openvpn(name, 2, f"""remote {self._peer.host_name}
-route {self._peer.network("static")} 255.255.255.0
-cipher AES-256-CBC
-ignore-unknown-option allow-deprecated-insecure-static-crypto
-allow-deprecated-insecure-static-crypto
-<secret>
------BEGIN OpenVPN Static key V1-----
-{self._keys.static_key}
------END OpenVPN Static key V1-----
-</secret>
-""")
+        """Point to point with a static key."""
+        route = f"route {self._peer.network('static')} 255.255.255.0"
+        return self._openvpn(name, 2, f"remote {self._peer.host_name}\n{route}\n{self._keys.static_options()}")
 
     def openvpn_tls(self, name: str, server: bool) -> dict:
         """Point to point with certificates."""
         role = "tls-server\ndh none" if server else "tls-client"
         remote = f"remote {self._peer.host_name}\nroute {self._peer.network('tls')} 255.255.255.0"
-        return self._openvpn(name, 3, f"{remote}\n{role}\n{self._certificate_blocks()}")
+        return self._openvpn(name, 3, f"{remote}\n{role}\n{self._keys.certificate_blocks(self._site.host_name)}")
 
     def openvpn_alone(self, name: str) -> dict:
         """With certificates, waiting for a peer that never comes."""
-        return self._openvpn(name, 4, f"tls-server\ndh none\n{self._certificate_blocks()}")
+        return self._openvpn(name, 4, f"tls-server\ndh none\n{self._keys.certificate_blocks(self._site.host_name)}")
 
     def _openvpn(self, name: str, number: int, rest: str) -> dict:
         """The number tells tunnels apart, in the port and in the addresses inside."""
         own, peer = (f"10.{number}.0.{site.number}" for site in (self._site, self._peer))
         config = f"dev tun\nproto udp\nport {1190 + number}\nifconfig {own} {peer}\n{rest}"
         return {"name": name, "enabled": True, "config": config}
-
-    def _certificate_blocks(self) -> str:
-        files = {"ca": "ca.crt", "cert": f"{self._site.host_name}.crt", "key": f"{self._site.host_name}.key"}
-        return "".join(f"<{block}>\n{self._keys.text(file)}</{block}>\n" for block, file in files.items())

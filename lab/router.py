@@ -135,6 +135,11 @@ class Router(Node):
         return subprocess.run([self._program, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                               stderr=subprocess.DEVNULL, timeout=COMMAND_SECONDS, umask=0).returncode
 
+    def _run_script(self, path: str) -> float:
+        start = time.monotonic()
+        subprocess.run(["sh", path], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        return time.monotonic() - start
+
     def _processes(self) -> list[tuple[int, list[str]]]:
         found = []
         for pid in sorted(int(name) for name in os.listdir("/proc") if name.isdigit()):
@@ -182,7 +187,15 @@ class Router(Node):
         if status != 0:
             raise CommandFailed(f"{self.name}: tunnel_mngr {' '.join(arguments)} left with {status}")
 
+    def run_script(self, path: str) -> float:
+        """Runs a shell script, whatever its status, and returns the seconds that it took. What it starts may go on."""
+        return self.ask("_run_script", path)
+
     # ---- what a step looks at ----
+
+    def plan(self) -> dict:
+        """What `tunnelctl plan --json` prints, with all keys."""
+        return json.loads(self.command("tunnelctl", "plan", "--json", "--show-secrets"))
 
     def status(self) -> dict:
         """What `tunnelctl status --json` prints."""
@@ -230,6 +243,9 @@ class Router(Node):
             return pathlib.Path(self.path(path)).read_text()
         except FileNotFoundError:
             return ""
+
+    def write(self, path: str, text: str) -> None:
+        pathlib.Path(self.path(path)).write_text(text)
 
     def exists(self, path: str) -> bool:
         return os.path.lexists(self.path(path))

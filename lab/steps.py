@@ -165,8 +165,8 @@ class Step(NamedTuple):
 # A monitor looks at the WAN every 30 s from the daemon's start, and at a name every 60 s from the last run. A
 # supervision pass comes 11 s after the other; with a static key it waits up to 12 s for answers to its pings, and runs
 # wait for it. So the order saves time: what needs runs of router B comes first, while no tunnel has a static key, and
-# what A can do alone comes while B's name monitor sleeps; B loses a name while A's WAN monitor sleeps. The deadlines leave
-# room for an emulated processor on a busy machine.
+# what A can do alone comes while B's name monitor sleeps; B loses a name while A's WAN monitor sleeps. The deadlines
+# leave room for an emulated processor on a busy machine.
 STEPS = (
     Step("Before", "no packet crosses, since nothing but tunnels joins the LANs", 60, before),
     Step("GRE", "host to host through the route of the record, counted on the device; a stale tunnel is gone; "

@@ -98,11 +98,11 @@ class Topology:
         self.a.command("ip", "link", "set", "wan", "down")
 
     def restore_wan(self) -> None:
-        self._address_wan(SITE_A.wan)
+        self.address_wan(SITE_A.wan)
 
     def change_wan(self) -> None:
         """Router A gets another address on its link, its API says so, and the name server as well."""
-        self._address_wan(NEW_WAN_A)
+        self.address_wan(NEW_WAN_A)
         self.teach_name(SITE_A.host_name, NEW_WAN_A)
 
     def forget_name(self, name: str) -> None:
@@ -114,7 +114,12 @@ class Topology:
         self.names[name] = address
         self.network.change_names(self.names)
 
-    def _address_wan(self, address: str) -> None:
+    def bury(self, *addresses: str) -> None:
+        """Nothing reaches these addresses any more, and nobody is told."""
+        self.network.configure(*(f"route add blackhole {address}/32" for address in addresses))
+
+    def address_wan(self, address: str) -> None:
+        """Router A's link has this address, which its API says to be the current WAN's."""
         self.a.configure("addr flush dev wan", f"addr add {address}/24 dev wan", "link set wan up",
                          f"route replace default via {SITE_A.gateway}")
         self._publish_wan(address)
