@@ -11,7 +11,9 @@ from histories import machine
 from histories.rest import Start, judge
 from histories.world import World
 
+LONGEST_LINE = 200
 LONGEST_REASON = 2000
+TIMELINE = "---- timeline ----"  # which a missed deadline is told with
 
 SCRIPT = """# A history that did not end well: {why}
 # scripts/histories --again THIS_FILE makes it once more.
@@ -41,8 +43,8 @@ def main() -> int:
         number = first + len(records)
         records[number] = machine.Record()
         machine.histories_of(number, options.program, records[number], end)
-        _tell(number, records[number], options.output)
-    failed = [number for number, record in records.items() if record.shortest is not None]
+        _tell(number, records[number], options)
+    failed = [number for number, record in records.items() if record.why]
     count = sum(len(record.tried) for record in records.values())
     print(f"{count} histories of the seeds {first} to {first + len(records) - 1}, {len(failed)} seeds failed")
     if options.junit:
@@ -50,15 +52,16 @@ def main() -> int:
     return 1 if failed else 0
 
 
-def _tell(number: int, record: machine.Record, output: pathlib.Path) -> None:
-    if record.shortest is None:
-        print(f"seed {number}: {len(record.tried)} histories", flush=True)
+def _tell(number: int, record: machine.Record, options: argparse.Namespace) -> None:
+    print(f"seed {number}: {len(record.tried)} histories{', FAILED' if record.why else ''}", flush=True)
+    if not record.why:
         return
-    script = SCRIPT.format(why=record.why.splitlines()[0][:200] if record.why else "", steps=machine.text(record.shortest))
-    path = output / f"failed-{number}.txt"
+    steps, why = machine.shortened(options.program, record.failed, record.why)
+    script = SCRIPT.format(why=why.splitlines()[0][:LONGEST_LINE], steps=machine.text(steps))
+    path = options.output / f"failed-{number}.txt"
     path.write_text(script)
-    (output / f"failed-{number}.log").write_text(record.why + "\n")
-    print(f"seed {number}: {len(record.tried)} histories, FAILED\n{script}\nWritten: {path}", flush=True)
+    path.with_suffix(".log").write_text(why + "\n")
+    print(f"{script}\nWritten: {path}", flush=True)
 
 
 def _again(program: pathlib.Path, script: pathlib.Path) -> int:
@@ -70,7 +73,7 @@ def _again(program: pathlib.Path, script: pathlib.Path) -> int:
                     exec(f"world.{line}")  # a call of one of its methods, as `machine.text` writes it
             judge(world, start)
         except AssertionError as error:
-            print(f"{error}\n{world.router.dump()}\nIt failed again.")
+            print(f"{str(error).partition(TIMELINE)[0]}\n{world.router.dump()}\nIt failed again.")
             return 1
     print("It ended well.")
     return 0
@@ -79,7 +82,7 @@ def _again(program: pathlib.Path, script: pathlib.Path) -> int:
 def _write_junit(path: pathlib.Path, records: dict[int, machine.Record]) -> None:
     cases = []
     for number, record in records.items():
-        reason = "" if record.shortest is None else f"<failure message={quoteattr(record.why[:LONGEST_REASON])}/>"
+        reason = "" if not record.why else f"<failure message={quoteattr(record.why[:LONGEST_REASON])}/>"
         cases.append(f'<testcase classname="histories" name="seed {number}, {len(record.tried)} histories">{reason}</testcase>')
     path.write_text('<testsuite name="histories">' + "\n".join(cases) + "</testsuite>\n")
 

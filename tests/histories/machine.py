@@ -1,6 +1,6 @@
-"""Histories that nobody thought of: Hypothesis draws what happens, one thing after the other, and makes a failing history
-shorter."""
+"""Histories that nobody thought of: Hypothesis draws what happens, one thing after the other."""
 
+import contextlib
 import pathlib
 import time
 
@@ -14,36 +14,50 @@ from histories.world import API_FAULTS, MOST_JUMP, PROGRAM_FAULTS, PROGRAMS, Wor
 
 HISTORIES = 100  # for one seed
 MOST_STEPS = 12
-PHASES = (Phase.generate, Phase.shrink)
+SHORTENING_SECONDS = 300
 ANSWERS = ["203.0.113.50", "203.0.113.51", "NXDOMAIN", "SERVFAIL", "NODATA", "SILENT"]
 
 
-class TimeIsOver(BaseException):
+class Enough(BaseException):
     """Ends the making of histories. Hypothesis lets it pass, since it is no Exception."""
 
 
 class Record:
-    """The histories of one seed, and the shortest that failed."""
+    """The histories of one seed. When `why` is no empty text, `failed` is the one that did not end well."""
 
     def __init__(self):
         self.tried: set[tuple] = set()
-        self.first = 0  # how many it took
-        self.shortest: tuple | None = None
+        self.failed: tuple = ()
         self.why = ""
 
-    def failed(self, steps: tuple, why: str) -> None:
-        self.first = self.first or len(self.tried)
-        if self.shortest is None or len(steps) <= len(self.shortest):
-            self.shortest, self.why = steps, why
+
+def failure_of(program: pathlib.Path, steps: tuple) -> str | None:
+    """Makes this history, and returns why it did not end well."""
+    try:
+        with World(program) as world:
+            start = Start(world)
+            for what, *arguments in steps:
+                getattr(world, what)(*arguments)
+            judge(world, start)
+    except Exception as error:  # whatever it was, the history shows it again
+        return str(error) or repr(error)
+    return None
 
 
-def perform(program: pathlib.Path, steps: tuple) -> None:
-    """Makes this history, and raises AssertionError if it does not end well."""
-    with World(program) as world:
-        start = Start(world)
-        for what, *arguments in steps:
-            getattr(world, what)(*arguments)
-        judge(world, start)
+def shortened(program: pathlib.Path, steps: tuple, why: str) -> tuple[tuple, str]:
+    """Leaves out halves, quarters and single steps as long as the rest fails, too. Hypothesis does it more thoroughly, with
+    many more attempts, of which each takes seconds here."""
+    end = time.monotonic() + SHORTENING_SECONDS
+    size = len(steps)
+    while size := size // 2:
+        position = 0
+        while position < len(steps) and time.monotonic() < end:
+            rest = steps[:position] + steps[position + size:]
+            if told := failure_of(program, rest):
+                steps, why = rest, told
+            else:
+                position += size
+    return steps, why
 
 
 def text(steps: tuple) -> str:
@@ -52,11 +66,11 @@ def text(steps: tuple) -> str:
 
 
 def histories_of(number: int, program: pathlib.Path, record: Record, end: float) -> None:
-    """Makes the histories of one seed, or as many as there is time for until `end`; what is found is in `record`."""
+    """Makes the histories of one seed until one fails, or as many as there is time for until `end`."""
 
     class History(RuleBasedStateMachine):
         """Only notes the steps, and performs them when they are complete. Hypothesis begins with the shortest, over and
-        over: what has ended well once is not performed again."""
+        over: what has been performed once is not again."""
 
         def __init__(self):
             super().__init__()
@@ -67,16 +81,14 @@ def histories_of(number: int, program: pathlib.Path, record: Record, end: float)
 
         def teardown(self):
             steps = tuple(self._steps)
-            if record.shortest is None and time.monotonic() > end:
-                raise TimeIsOver
-            if record.shortest is None and steps in record.tried:
+            if time.monotonic() > end:
+                raise Enough
+            if steps in record.tried:
                 return
             record.tried.add(steps)
-            try:
-                perform(program, steps)
-            except Exception as error:
-                record.failed(steps, str(error) or repr(error))
-                raise
+            if why := failure_of(program, steps):
+                record.failed, record.why = steps, why
+                raise Enough
 
         @rule()
         def sighup(self):
@@ -147,13 +159,7 @@ def histories_of(number: int, program: pathlib.Path, record: Record, end: float)
         def wait(self, milliseconds):
             self.happen("wait", milliseconds)
 
-    how = settings(max_examples=HISTORIES, stateful_step_count=MOST_STEPS, deadline=None, database=None,
-                   verbosity=Verbosity.quiet, suppress_health_check=list(HealthCheck), print_blob=False,
-                   phases=PHASES)
-    try:
+    how = settings(max_examples=HISTORIES, stateful_step_count=MOST_STEPS, deadline=None, database=None, phases=[Phase.generate],
+                   verbosity=Verbosity.quiet, suppress_health_check=list(HealthCheck))
+    with contextlib.suppress(Enough):
         run_state_machine_as_test(seed(number)(History), settings=how)
-    except TimeIsOver:
-        pass
-    except Exception:  # what failed is on record; Hypothesis may also say that it failed only sometimes, or in several ways
-        if record.shortest is None:
-            raise

@@ -139,9 +139,10 @@ class World:
         self.router.syslog.restart()
 
     def stray_tunnel(self) -> None:
-        """Somebody else makes a GRE tunnel."""
+        """Somebody else makes a GRE tunnel, if there is what it takes."""
         words = ["tunnel", "add", "stray", "mode", "gre", "remote", "192.0.2.9", "local", "192.0.2.8"]
-        self.router.exec(["/run/sandbox/bin/ip", *words])
+        if self.router.exists("/run/sandbox/bin/ip"):
+            self.router.exec(["/run/sandbox/bin/ip", *words])
 
     def stray_files(self) -> None:
         for path in ("/run/ipsec/certs/stray.pem", "/run/ipsec/ipsec.conf", "/run/openvpn_stray.conf"):

@@ -7,7 +7,7 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
 
-from histories import rest  # noqa: E402  the package lies beside this folder
+from histories import machine, rest  # noqa: E402  the package lies beside this folder
 from histories.world import World  # noqa: E402
 
 STORY = [("sighups", 3, 5), ("host", 0, "NXDOMAIN"), ("configure", 4), ("wrong_type", 1), ("sighup",), ("child_dies", 0),
@@ -71,3 +71,45 @@ def test_what_is_not_as_planned_is_found(world, spoil, told):
     spoil(world)
     with pytest.raises(AssertionError, match=told):
         world.router.wait_until(lambda: rest.require_planned_router(world, planned), "it to be told", 10)
+
+
+# ---- those that are drawn ----
+
+def fails_at(*needed):
+    """Takes the place of a history's performance: it fails when these steps are in it, in this order."""
+    def failure_of(_program, steps):
+        left = iter(steps)
+        return "these two" if all(step in left for step in needed) else None
+    return failure_of
+
+
+def drawn(seed: int) -> machine.Record:
+    record = machine.Record()
+    machine.histories_of(seed, pathlib.Path("/none"), record, end=float("inf"))
+    return record
+
+
+def test_a_seed_draws_the_same_histories_each_time_and_none_twice(monkeypatch):
+    performed = []
+    monkeypatch.setattr(machine, "failure_of", lambda _program, steps: performed.append(steps))
+    drawn(5)
+    first, performed[:] = list(performed), []
+    drawn(5)
+    assert performed == first and len(set(first)) == len(first) >= 50
+    assert max(map(len, first)) == machine.MOST_STEPS
+
+
+def test_a_history_that_fails_is_found_and_made_shorter(monkeypatch):
+    needed = ("wan", 2), ("sighup",)
+    monkeypatch.setattr(machine, "failure_of", fails_at(*needed))
+    record = next(record for record in map(drawn, range(20)) if record.why)
+    assert fails_at(*needed)(None, record.failed) and len(record.failed) > 2
+    assert machine.shortened(pathlib.Path("/none"), record.failed, record.why) == (needed, "these two")
+    assert machine.text(needed) == "wan(2)\nsighup()\n"
+
+
+def test_no_history_begins_when_the_time_is_over(monkeypatch):
+    monkeypatch.setattr(machine, "failure_of", lambda _program, steps: pytest.fail("it was performed"))
+    record = machine.Record()
+    machine.histories_of(1, pathlib.Path("/none"), record, end=0)
+    assert record.tried == set()
