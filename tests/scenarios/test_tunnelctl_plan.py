@@ -24,7 +24,7 @@ ROOT = pathlib.Path(__file__).parents[2]
 
 @pytest.fixture
 def comparison(make_router, tmp_path) -> Comparison:
-    router = make_router(environment=preloaded(tmp_path, SHIM))
+    router = make_router(environment=preloaded(tmp_path, SHIM), resolver_options="timeout:20 attempts:1")  # machines are slow
     router.make_ipsec_folders()
     router.dns.set("a.example", "203.0.113.21")
     router.dns.set("b.example", "203.0.113.22")
