@@ -5,17 +5,20 @@ import os
 import pathlib
 import re
 import subprocess
+import zlib
 
 from lab import scratch
 
 META_PACKAGE = "linux-image-amd64"
 # The package unpacks to 400 MB, three quarters of them drivers for hardware that the machine does not have.
-UNPACKED = ("./boot/vmlinuz-*", "*/modules.*", "*/kernel/arch/*", "*/kernel/crypto/*", "*/kernel/drivers/net/*",
-            "*/kernel/drivers/virtio/*", "*/kernel/fs/*", "*/kernel/lib/*", "*/kernel/net/*")
+UNPACKED = ("./boot/vmlinuz-*", "*/modules.*", "*/kernel/arch/*", "*/kernel/crypto/*",
+            "*/kernel/drivers/block/virtio_blk.*", "*/kernel/drivers/net/*", "*/kernel/drivers/virtio/*",
+            "*/kernel/fs/*", "*/kernel/lib/*", "*/kernel/net/*")
 LEFT_OUT = ("*/kernel/drivers/net/ethernet/*", "*/kernel/drivers/net/wireless/*")
 PLAIN_IMAGE = "boot/vmlinux"
 XZ_MAGIC = b"\xfd7zXZ\0"
 ROOT_MODULES = ("virtio_pci", "9pnet_virtio", "9p", "overlay")
+DISK_MODULES = ("virtio_pci", "virtio_blk", "ext4")
 TUNNEL_MODULES = ("ip_gre", "esp4", "tun", "xfrm_user", "veth")
 
 
@@ -52,10 +55,15 @@ def module_contents(file: pathlib.Path) -> bytes:
     return lzma.decompress(contents) if file.suffix == ".xz" else contents
 
 
+def cache_folder() -> pathlib.Path:
+    """Where what has been fetched is kept."""
+    return pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "tunnel_mngr"
+
+
 def fetch() -> Kernel:
-    """A kernel from the cache; the first time the current one is put there."""
-    cache = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "tunnel_mngr"
-    folder = cache / "kernel"
+    """A kernel from the cache; the first time the current one is put there, and when another choice of its files was."""
+    cache = cache_folder()
+    folder = cache / f"kernel-{zlib.crc32(repr(UNPACKED).encode()):08x}"
     try:
         if not folder.exists():
             cache.mkdir(parents=True, exist_ok=True)
@@ -110,7 +118,7 @@ def _unpack(package: pathlib.Path, folder: pathlib.Path) -> None:
         (folder / "lib").symlink_to("usr/lib")  # where newer packages have the modules
     kernel = Kernel(folder)
     _output("depmod", "--basedir", str(folder), kernel.release)
-    kernel.module_files(*ROOT_MODULES, *TUNNEL_MODULES)
+    kernel.module_files(*ROOT_MODULES, *DISK_MODULES, *TUNNEL_MODULES)
     _decompress(kernel.image)
 
 

@@ -7,6 +7,7 @@ declare -A kPackages=(
   [monitoring]="prometheus"
   [lab]="python3 iproute2 iputils-ping openssl openvpn strongswan-starter strongswan-charon libstrongswan-standard-plugins libcharon-extra-plugins tcpdump"
   [machine]="busybox-static kmod qemu-system-x86"
+  [boot]="python3 openssl debootstrap e2fsprogs"
   [sources]="ca-certificates debian-archive-keyring dpkg-dev"
   [cross]="debootstrap debian-archive-keyring dpkg-dev"
   [fuzz]="clang libclang-rt-dev llvm"
