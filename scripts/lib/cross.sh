@@ -109,7 +109,7 @@ if [[ $libraries == sources ]]; then
   begin "Building the libraries for $architecture"
   buildLibraries
   options=("-DCMAKE_PREFIX_PATH=/cross/$architecture/libraries/installed"
-    "-DCMAKE_EXE_LINKER_FLAGS=-static-libstdc++ -static-libgcc")
+    "-DCMAKE_EXE_LINKER_FLAGS=-static-libstdc++ -static-libgcc -Wl,--gc-sections")
 fi
 begin "Building program, tunnelctl and unit tests for $architecture"
 buildProgram "${options[@]}"

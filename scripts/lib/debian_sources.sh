@@ -28,6 +28,9 @@ fetchDebianSources() {
   done
 }
 
+# Has the linker leave out each function that nobody calls, with -Wl,--gc-sections: a fifth of a static executable.
+kSeparate="-ffunction-sections -fdata-sections"
+
 # buildSmallLibraries SOURCES FOLDER CMAKE_ARGUMENT...: jsoncpp and libcurl for static linking, optimised for size, in
 # FOLDER/installed. Of libcurl there are HTTP, UNIX sockets, and the texts of its errors, which are in the log.
 buildSmallLibraries() {
@@ -35,7 +38,8 @@ buildSmallLibraries() {
   shift 2
   local common=(-G Ninja -DCMAKE_BUILD_TYPE=MinSizeRel -DBUILD_SHARED_LIBS=OFF
     -DCMAKE_INSTALL_PREFIX="$folder/installed" -DCMAKE_INSTALL_LIBDIR=lib
-    -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@")
+    "-DCMAKE_C_FLAGS=$kSeparate" "-DCMAKE_CXX_FLAGS=$kSeparate" -DCMAKE_C_COMPILER_LAUNCHER=ccache
+    -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@")
   buildLibrary "$sources/libjsoncpp" "$folder/jsoncpp" "${common[@]}" -DJSONCPP_WITH_TESTS=OFF \
     -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF -DBUILD_OBJECT_LIBS=OFF -DBUILD_STATIC_LIBS=ON
   local options=() option

@@ -8,7 +8,7 @@ import os
 import pathlib
 import sys
 
-from bench import companion, monitors, names, outage, picture, rebuild, sizes, texts
+from bench import companion, linking, monitors, names, outage, picture, rebuild, sizes, texts
 from bench.recording import Difference
 from bench.room import Failed
 from bench.section import Section
@@ -19,6 +19,7 @@ def _parse() -> argparse.Namespace:
                                      epilog="docs/benchmarks.md tells what each table means.")
     parser.add_argument("--release", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     parser.add_argument("--self-contained", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--linked", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     parser.add_argument("--output", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     return parser.parse_args()
 
@@ -40,6 +41,7 @@ def main() -> int:
                  lambda: [companion.measure(tunnelctl, program, programs)],
                  lambda: [sizes.measure_stacks(program, programs)],
                  lambda: [sizes.measure_size(program, options.self_contained, tunnelctl)],
+                 lambda: [linking.measure(_linked(program, options.linked), programs)],
                  lambda: [texts.measure(programs)]]
         sections = []
         for step in steps:
@@ -62,6 +64,12 @@ def _go_first() -> None:
         os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(1))
     except PermissionError:
         print("Without real-time priority, which this system does not grant: other programs disturb the figures.")
+
+
+def _linked(program: pathlib.Path, folder: pathlib.Path) -> dict[str, pathlib.Path]:
+    """The program with shared libraries, and as it lies in the folder of scripts/static: there may be one more."""
+    others = {name: folder.resolve() / name / "tunnel_mngr" for name in ("half-static", linking.STATIC, "musl")}
+    return {"shared": program} | {name: path for name, path in others.items() if name != "musl" or path.exists()}
 
 
 def _machine() -> str:

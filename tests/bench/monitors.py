@@ -29,16 +29,16 @@ MOST_STOP_AND_START = 150.0  # ms
 def measure(program: pathlib.Path, programs: pathlib.Path) -> list[Section]:
     rest: dict[int, Usage] = {}
     with contextlib.ExitStack() as stack:
-        daemons = {count: stack.enter_context(_daemon(program, programs, count)) for count in COUNTS}
-        for count, (room, daemon) in daemons.items():
-            _wait_for_checks(room, daemon, count)
-            rest[count] = usage(daemon.host_pid, REST_SECONDS)
+        daemons = {count: stack.enter_context(daemon(program, programs, count)) for count in COUNTS}
+        for count, (room, process) in daemons.items():
+            wait_for_checks(room, process, count)
+            rest[count] = usage(process.host_pid, REST_SECONDS)
         asleep = _refresh_while_asleep(*daemons[MANY])
     return [_at_rest(rest), _stop_and_start(asleep, _refresh_while_looking_up(program, programs))]
 
 
 @contextlib.contextmanager
-def _daemon(program: pathlib.Path, programs: pathlib.Path, monitors: int) -> Iterator[tuple[Room, Process]]:
+def daemon(program: pathlib.Path, programs: pathlib.Path, monitors: int) -> Iterator[tuple[Room, Process]]:
     """A daemon with as many IPsec tunnels, whose hosts have names; all its monitors are running."""
     configuration = documents.configuration(0, 0) | {"ipsecTunnels": _tunnels(monitors, named=True)}
     with Room(program, programs, configuration, resolver_options=RESOLVER_OPTIONS) as room:
@@ -47,7 +47,7 @@ def _daemon(program: pathlib.Path, programs: pathlib.Path, monitors: int) -> Ite
         yield room, room.start_daemon(monitors, START_SECONDS)
 
 
-def _wait_for_checks(room: Room, daemon: Process, monitors: int) -> None:
+def wait_for_checks(room: Room, daemon: Process, monitors: int) -> None:
     """Until each monitor has looked its name up once after the run had, and all are asleep again."""
     room.router.wait_for("dns", count=2 * monitors, timeout=2 * CHECK_SECONDS)
     room.wait_for_threads(daemon, monitors, START_SECONDS)
@@ -71,15 +71,15 @@ def _refresh_while_looking_up(program: pathlib.Path, programs: pathlib.Path) -> 
     """Several daemons wait side by side for the time when their monitors look their names up, and are refreshed one
     after the other, again with dotted hosts in the new configuration."""
     with contextlib.ExitStack() as stack:
-        daemons = [stack.enter_context(_daemon(program, programs, MANY)) for _ in range(DAEMONS_LOOKING_UP)]
+        daemons = [stack.enter_context(daemon(program, programs, MANY)) for _ in range(DAEMONS_LOOKING_UP)]
         for room, _ in daemons:
             for i in range(MANY):
                 room.router.dns.set(_host(i), "SILENT")
             room.router.documents["ipsecTunnels"] = _tunnels(MANY, named=False)
         refreshes = []
-        for room, daemon in daemons:
-            room.wait_for_threads(daemon, MANY + MANY, 2 * CHECK_SECONDS)  # each monitor's call has its own
-            refreshes.append(room.refresh(daemon, MANY, calls=MANY))
+        for room, process in daemons:
+            room.wait_for_threads(process, MANY + MANY, 2 * CHECK_SECONDS)  # each monitor's call has its own
+            refreshes.append(room.refresh(process, MANY, calls=MANY))
         return refreshes
 
 

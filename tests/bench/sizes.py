@@ -19,8 +19,8 @@ MOST_OF_STACK = 0.75
 
 
 def measure_size(shared: pathlib.Path, self_contained: pathlib.Path, companion: pathlib.Path) -> Section:
-    data = {"tunnel_mngr, shared": _sizes(shared), "tunnel_mngr, its own": _sizes(self_contained),
-            "tunnelctl, shared": _sizes(companion)}
+    data = {"tunnel_mngr, shared": sizes_of(shared), "tunnel_mngr, its own": sizes_of(self_contained),
+            "tunnelctl, shared": sizes_of(companion)}
     rows = [[what, f"{s['file'] / 1e3:.1f}", f"{s['text'] / 1e3:.1f}", f"{(s['data'] + s['bss']) / 1e3:.1f}",
              " ".join(s["needs"])] for what, s in data.items()]
     table = Table("The stripped executables of the release preset, in KB",
@@ -30,7 +30,7 @@ def measure_size(shared: pathlib.Path, self_contained: pathlib.Path, companion: 
     return Section("Size", [table], goals, data)
 
 
-def _sizes(program: pathlib.Path) -> dict:
+def sizes_of(program: pathlib.Path) -> dict:
     with tempfile.NamedTemporaryFile() as stripped:
         _output(["strip", "-o", stripped.name, str(program)])
         text, data, bss = map(int, _output(["size", stripped.name]).splitlines()[1].split()[:3])

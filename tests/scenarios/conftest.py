@@ -3,6 +3,7 @@
 import os
 import pathlib
 import signal
+import subprocess
 import sys
 
 import pytest
@@ -37,14 +38,22 @@ def program(request) -> str:
     return path
 
 
+def is_dynamic(program: str | os.PathLike) -> bool:
+    """Whether an executable is made to be loaded by the dynamic linker: whether it names that (elf(5))."""
+    headers = subprocess.run(["readelf", "-lW", program], check=True, capture_output=True, text=True).stdout
+    return " INTERP " in headers
+
+
 @pytest.fixture
 def open_router(request):
     """A function that opens a router (its arguments are Router's); all are closed after the test. A test whose router
     has had a sanitizer report or a crash fails."""
     routers = request.node.stash.setdefault(ROUTERS, [])
 
-    def open_router(*arguments, **options) -> Router:
-        router = Router(*arguments, **options)
+    def open_router(program, *arguments, **options) -> Router:
+        if "LD_PRELOAD" in (options.get("environment") or {}) and not is_dynamic(program):
+            pytest.skip("the program is linked statically, and nothing can be loaded before its libraries")
+        router = Router(program, *arguments, **options)
         router.open()
         routers.append(router)
         return router
