@@ -77,6 +77,7 @@ buildPackage() {
   aptGet "$architecture/root" --host-architecture "$architecture" --build-profiles cross,nocheck build-dep \
     "/cross/$architecture/package/source"
   inRoot "$architecture/root" env --chdir "/cross/$architecture/package/source" DEB_BUILD_OPTIONS=nocheck \
+    PATH=/usr/lib/ccache:/usr/sbin:/usr/bin:/sbin:/bin \
     dpkg-buildpackage --no-sign --build=binary --jobs=auto --host-arch "$architecture" --build-profiles=cross,nocheck
   mv "$own/package/"*"_$architecture.deb" "$own"
   rm -rf "$own/package"
@@ -87,7 +88,7 @@ runTests() {
   rm -f "$own/unit_tests.xml"
   local emulator=()
   inRoot "$architecture/root" "/cross/$architecture/build/tests/unit_tests" --gtest_list_tests >/dev/null ||
-    emulator=("qemu-$(emulatorOf "$architecture")-static" -L "/usr/$compiler")
+    emulator=("qemu-$(emulatorOf "$architecture")-static" "${sysroot[@]}")
   inRoot "$architecture/root" "${emulator[@]}" "/cross/$architecture/build/tests/unit_tests" --gtest_brief=1 \
     --gtest_output="xml:/cross/$architecture/unit_tests.xml"
 }
@@ -102,12 +103,13 @@ if [[ ! -d $own/root ]]; then
   begin "Making the root for $architecture"
   makeRoot
 fi
-options=()
+options=() sysroot=()
 if [[ $libraries == sources ]]; then
   begin "Fetching the libraries' sources"
   fetchDebianSources "$folder/sources" libjsoncpp curl googletest
   begin "Building the libraries for $architecture"
   buildLibraries
+  sysroot=(-L "/usr/$compiler") # the cross compiler's C library; with Debian's own it must not be mixed
   options=("-DCMAKE_PREFIX_PATH=/cross/$architecture/libraries/installed"
     "-DCMAKE_EXE_LINKER_FLAGS=-static-libstdc++ -static-libgcc -Wl,--gc-sections")
 fi
