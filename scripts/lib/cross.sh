@@ -85,7 +85,6 @@ buildPackage() {
 
 # Some kernels run some foreign programs themselves, as one for x86-64 does those of i386.
 runTests() {
-  rm -f "$own/unit_tests.xml"
   local emulator=()
   inRoot "$architecture/root" "/cross/$architecture/build/tests/unit_tests" --gtest_list_tests >/dev/null ||
     emulator=("qemu-$(emulatorOf "$architecture")-static" "${sysroot[@]}")
@@ -120,5 +119,8 @@ if [[ $libraries == packages ]]; then
   buildPackage
 fi
 begin "Running the unit tests for $architecture"
-runTests
-/usr/bin/python3 -B scripts/lib/cross_report.py "$own" >&3
+rm -f "$own/unit_tests.xml"
+status=0
+runTests || status=$?
+[[ ! -e $own/unit_tests.xml ]] || /usr/bin/python3 -B scripts/lib/cross_report.py "$own" >&3
+exit $status
