@@ -45,6 +45,14 @@ def is_dynamic(program: str | os.PathLike) -> bool:
 
 
 @pytest.fixture
+def dynamic_program(program) -> str:
+    """The program under test, for tests that load something before its libraries, or in place of them."""
+    if not is_dynamic(program):
+        pytest.skip("the program is linked statically, and nothing can be loaded before its libraries")
+    return program
+
+
+@pytest.fixture
 def open_router(request):
     """A function that opens a router (its arguments are Router's); all are closed after the test. A test whose router
     has had a sanitizer report or a crash fails."""

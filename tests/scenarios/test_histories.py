@@ -16,8 +16,9 @@ STORY = [("sighups", 3, 5), ("host", 0, "NXDOMAIN"), ("configure", 4), ("wrong_t
 
 
 @pytest.fixture
-def world(program):
-    with World(program) as world:
+def world(dynamic_program):
+    """Its daemon hurries, by a library that is loaded first."""
+    with World(dynamic_program) as world:
         world.at_start = rest.Start(world)
         yield world
 

@@ -55,8 +55,8 @@ def test_a_child_that_is_about_to_be_waited_for_is_none_that_is_left():
 
 
 @pytest.mark.slow
-def test_a_life_is_sampled_at_rest(program):
-    with Life(pathlib.Path(program), seed=1) as living:
+def test_a_life_is_sampled_at_rest(dynamic_program):
+    with Life(pathlib.Path(dynamic_program), seed=1) as living:
         samples = list(living.samples(seconds=25))
     assert len(samples) >= 3 and samples[-1].events == 4 * (len(samples) - 1)
     assert samples[-1].runs > samples[0].runs > 0 and samples[-1].processor > samples[0].processor

@@ -1,5 +1,7 @@
 """One run under valgrind, which sees reads of uninitialised memory that the sanitizers do not."""
 
+import pytest
+
 from ipsec_records import certificate_tunnel, ipsec_documents, psk_tunnel
 from openvpn_records import STATIC_KEY, WITH_CA, tunnel
 from tunnel_records import gre_tunnel
@@ -10,6 +12,7 @@ VALGRIND = ["valgrind", "--quiet", f"--error-exitcode={ERRORS}", "--leak-check=f
             "--show-leak-kinds=definite"]
 
 
+@pytest.mark.usefixtures("dynamic_program")  # valgrind puts functions of its own in place of a shared C library's
 def test_a_run_with_tunnels_of_all_kinds_makes_no_error(make_router):
     router = make_router(ipsec_documents(
         psk_tunnel(remoteWanIp="peer.example"), certificate_tunnel(),
