@@ -56,6 +56,30 @@ constexpr std::array<FailureMessage, 4> kFailureMessages{{
     {NO_DATA, "The name [", "] is valid but it has no address.\n"},
 }};
 
+/// Threads that are waited for before what they share goes, also where an exception ends the scope.
+class Workers {
+ public:
+  Workers() { workers_.reserve(kMostAtOnce); }  // so that keeping one that runs cannot fail
+  ~Workers() {
+    for (const pthread_t worker : workers_) pthread_join(worker, nullptr);
+  }
+  Workers(const Workers&) = delete;
+  Workers& operator=(const Workers&) = delete;
+
+  std::size_t number() const { return workers_.size(); }
+
+  /// False where the system has no thread to give.
+  bool add(const std::function<void()>& body) {
+    pthread_t worker{};
+    if (!ZEL::spawnThread(ZEL::kThreadStackBytes, body, &worker)) return false;
+    workers_.push_back(worker);
+    return true;
+  }
+
+ private:
+  std::vector<pthread_t> workers_;
+};
+
 bool readDotted(const std::string& host, in_addr& address) {
   return inet_pton(AF_INET, host.c_str(), &address) == 1;
 }
@@ -95,12 +119,12 @@ std::map<std::string, Resolution> resolveHosts(const std::vector<std::string>& h
     for (std::size_t i = next++; i < work.size(); i = next++) work[i]->second = resolveHost(work[i]->first);
   };
 
-  std::vector<pthread_t> workers;
-  for (pthread_t worker{}; workers.size() + 1 < std::min(work.size(), kMostAtOnce); workers.push_back(worker)) {
-    if (!ZEL::spawnThread(ZEL::kThreadStackBytes, resolveRest, &worker)) break;
+  {
+    Workers workers;
+    while (workers.number() + 1 < std::min(work.size(), kMostAtOnce) && workers.add(resolveRest)) {
+    }
+    resolveRest();
   }
-  resolveRest();
-  for (const pthread_t worker : workers) pthread_join(worker, nullptr);
   return resolutions;
 }
 

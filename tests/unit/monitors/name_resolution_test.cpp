@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 #include <netdb.h>
 
+#include <atomic>
 #include <chrono>
 #include <map>
+#include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/logger.h"
@@ -229,6 +232,25 @@ TEST(ResolvingNames, resolvesInPlaceOfTheSystem) {
   const auto resolutions = resolveHosts({"a.example", "b.example", "203.0.113.7"});
   EXPECT_EQ(resolutions.at("b.example").address, "<b.example>");
   EXPECT_EQ(resolutions.size(), 3U);
+}
+
+/// What the threads share lies on the stack of the one that an exception leaves.
+TEST(ResolvingNames, waitsForItsThreadsWhenItRunsOutOfMemory) {
+  const auto caller = std::this_thread::get_id();
+  std::atomic<bool> begun{false};
+  std::atomic<bool> ended{false};
+  const ResolvingNames names([&](const std::string&) {
+    if (std::this_thread::get_id() == caller) {
+      while (!begun) std::this_thread::yield();
+      throw std::bad_alloc();
+    }
+    begun = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    ended = true;
+    return Resolution{};
+  });
+  EXPECT_THROW(resolveHosts({"a.example", "b.example"}), std::bad_alloc);
+  EXPECT_TRUE(ended);
 }
 
 }  // namespace
