@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "simulation/process.h"
 #include "simulation/rules.h"
@@ -70,6 +71,11 @@ int pollEvent(int number, int milliseconds) {
 }
 
 int pollRoomInLog(int milliseconds) {
+  if (const Fault* const slow = world->faults.find(FaultKind::kLogSlow)) {
+    spend(slow->amount * kMillisecond, "room in the log");
+    world->hasRoomInLog = true;
+    return 1;
+  }
   if (!world->faults.has(FaultKind::kLogDeaf)) return 1;
   spend(milliseconds * kMillisecond, "room in the log");
   return 0;
@@ -82,7 +88,8 @@ ssize_t sendToLog(int number, const std::string& entry) {
     errno = ECONNREFUSED;
     return -1;
   }
-  if (world->faults.has(FaultKind::kLogDeaf)) {
+  const bool hasRoom = std::exchange(world->hasRoomInLog, false) || !world->faults.has(FaultKind::kLogSlow);
+  if (!hasRoom || world->faults.has(FaultKind::kLogDeaf)) {
     errno = EAGAIN;
     return -1;
   }

@@ -1,6 +1,7 @@
 // Clocks, signals' handlers, the process's number and its end in place of the C library's, under the names that --wrap
 // gives (ld(1)).
 
+#include <getopt.h>
 #include <malloc.h>
 #include <signal.h>
 #include <time.h>
@@ -8,6 +9,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <utility>
 
 #include "simulation/process.h"
 #include "simulation/rules.h"
@@ -69,6 +71,13 @@ int __wrap___cxa_atexit(void (*function)(void*), void* argument, void* library) 
   const Outside outside;
   currentProcess()->atExit.push_back({function, argument});
   return 0;
+}
+
+/// How far the arguments have been read is kept by the C library, once for all processes.
+int __real_getopt_long(int, char* const*, const char*, const option*, int*);
+int __wrap_getopt_long(int number, char* const* arguments, const char* letters, const option* options, int* index) {
+  if (isInside() && !std::exchange(currentProcess()->readsOptions, true)) optind = 0;
+  return __real_getopt_long(number, arguments, letters, options, index);
 }
 
 /// What was registered last comes first, while the other threads go on.

@@ -1,8 +1,8 @@
 // What is wrong with the router, for a time.
 #pragma once
 
-#include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulation/clock.h"
@@ -33,32 +33,9 @@ enum class FaultKind {
   kNoSemaphores,  ///< neither made nor removed
   kLogAway,
   kLogDeaf,  ///< takes no more lines
+  kLogSlow,  ///< amount: milliseconds until there is room for a line
   kNumber
 };
-
-constexpr std::array<const char*, static_cast<std::size_t>(FaultKind::kNumber)> kFaultNames{"api slow",
-                                                                                            "api silent",
-                                                                                            "api gone",
-                                                                                            "api half answers",
-                                                                                            "api errors",
-                                                                                            "api garbage",
-                                                                                            "api wrong type",
-                                                                                            "names slow",
-                                                                                            "names fail",
-                                                                                            "command fails",
-                                                                                            "command slow",
-                                                                                            "children deaf",
-                                                                                            "children short-lived",
-                                                                                            "openvpn missing",
-                                                                                            "disk full",
-                                                                                            "disk read-only",
-                                                                                            "no fork",
-                                                                                            "no thread",
-                                                                                            "no descriptor",
-                                                                                            "no memory",
-                                                                                            "no semaphores",
-                                                                                            "log away",
-                                                                                            "log deaf"};
 
 struct Fault {
   FaultKind kind;

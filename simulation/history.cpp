@@ -14,18 +14,19 @@
 namespace simulation {
 namespace {
 
-/// Has the daemon, if there is one, meet something so many places later.
-void ambush(const Event& event, bool onMain, const std::function<void(Process&)>& act) {
+/// Has a process, if there is one, meet something so many places later.
+void ambush(const Event& event, Ambush::Whose whose, const std::function<void(Process&)>& act) {
   for (const auto& process : world->processes) {
-    if (process->ended || (onMain && !process->detached)) continue;
+    if (process->ended || (whose != Ambush::Whose::kAll && !process->detached)) continue;
     Process* const met = process.get();
-    world->ambushes.push_back({met->number, onMain, event.places, [act, met] { act(*met); }});
+    world->ambushes.push_back({met->number, whose, event.places, [act, met] { act(*met); }});
     return;
   }
 }
 
 void sendLater(const Event& event, int signal) {
-  ambush(event, true, [signal](Process& process) {
+  const Ambush::Whose whose = event.amount == 0 ? Ambush::Whose::kMain : Ambush::Whose::kOthers;
+  ambush(event, whose, [signal](Process& process) {
     world->timeline.note(timeNow(), "world", "sends " + process.label() + " signal " + std::to_string(signal));
     sendSignal(process.pid, signal);
   });
@@ -43,8 +44,17 @@ std::string addressText(const char* network, long number) {
   return number == 0 ? "" : network + std::to_string(number);
 }
 
+/// A host, or all of them, to other addresses.
+void move(const Event& event) {
+  for (auto& [host, address] : world->configuration.addresses) {
+    if (event.target.empty() || event.target == host) address = addressText("192.0.2.", event.amount);
+  }
+}
+
 void beginFault(const Event& event) {
   if (event.fault == FaultKind::kLogAway) ++world->logGeneration;
+  if (event.fault == FaultKind::kLogSlow || event.fault == FaultKind::kLogDeaf)
+    world->logSlowUntil = std::max(world->logSlowUntil, timeNow() + event.duration);
   world->faults.add({event.fault, timeNow() + event.duration, event.target, event.amount});
 }
 
@@ -56,7 +66,7 @@ void perform(const Event& event, const Plan& plan) {
     case Event::Kind::kTerminate:
       return sendLater(event, SIGTERM);
     case Event::Kind::kKill:
-      return ambush(event, false, killProcess);
+      return ambush(event, Ambush::Whose::kAll, killProcess);
     case Event::Kind::kInvoke:
       return static_cast<void>(startProgram({"tunnel_mngr", "-p", std::to_string(plan.printLevel)}));
     case Event::Kind::kInvokeDaemon:
@@ -64,7 +74,7 @@ void perform(const Event& event, const Plan& plan) {
     case Event::Kind::kWan:
       return static_cast<void>(world->configuration.wan = addressText("198.51.100.", event.amount));
     case Event::Kind::kAddress:
-      return static_cast<void>(world->configuration.addresses[event.target] = addressText("192.0.2.", event.amount));
+      return move(event);
     case Event::Kind::kConfiguration: {
       Random random(plan.seed + static_cast<std::uint64_t>(event.amount));
       return world->configuration.redraw(random, plan.tunnels);
@@ -72,6 +82,7 @@ void perform(const Event& event, const Plan& plan) {
     case Event::Kind::kChildEnds:
       return endChild(event.amount);
     case Event::Kind::kClockStep:
+      world->clockSteppedAt = timeNow();
       world->clockSteppedBack = world->clockSteppedBack || event.amount < 0;
       return static_cast<void>(world->clockStep += event.amount * kSecond);
     case Event::Kind::kStrayTunnel:
@@ -109,7 +120,6 @@ Outcome outcomeOf(const World& ended, const Scheduler& its) {
   Outcome outcome;
   outcome.violation = ended.violation;
   outcome.digest = ended.timeline.digest() ^ (its.points() * 0x9e3779b97f4a7c15U);
-  outcome.timeline = ended.timeline.lines();
   outcome.time = its.now();
   outcome.places = its.points();
   outcome.switches = its.switches();
@@ -123,8 +133,7 @@ Outcome outcomeOf(const World& ended, const Scheduler& its) {
 }  // namespace
 
 Outcome performHistory(const Plan& plan, Telling telling) {
-  World its(plan.seed ^ plan.schedule, telling != Telling::kDigest);
-  if (telling == Telling::kAtOnce) its.timeline.printAtOnce();
+  World its(plan.seed ^ plan.schedule, telling == Telling::kAtOnce);
   Scheduler scheduling(plan.schedule);
   world = &its;
   unloadProcess();

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "simulation/plan.h"
 
@@ -12,7 +11,6 @@ namespace simulation {
 struct Outcome {
   std::string violation{};  ///< "" when everything held
   std::uint64_t digest = 0;
-  std::vector<std::string> timeline{};
   Time time = 0;
   std::uint64_t places = 0;
   std::uint64_t switches = 0;
@@ -22,7 +20,8 @@ struct Outcome {
   std::size_t processes = 0;
 };
 
-enum class Telling { kDigest, kKept, kAtOnce };
+/// Whether each line of the timeline is printed, or only its digest kept.
+enum class Telling { kDigest, kAtOnce };
 
 Outcome performHistory(const Plan& plan, Telling telling);
 

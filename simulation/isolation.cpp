@@ -90,6 +90,11 @@ std::optional<Failure> performBatch(std::uint64_t first, std::uint64_t number, c
   return std::nullopt;
 }
 
+void tellHistory(const Plan& plan) {
+  const std::string end = inChild([&plan] { performHistory(plan, Telling::kAtOnce); });
+  if (!end.empty()) puts(end.c_str());
+}
+
 std::string violationOf(const Plan& plan) {
   const SharedTold told;
   const std::string end = inChild([&] { keep(performHistory(plan, Telling::kDigest), *told); });

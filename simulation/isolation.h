@@ -33,6 +33,9 @@ struct Failure {
 std::optional<Failure> performBatch(std::uint64_t first, std::uint64_t number, const std::function<bool()>& isTime,
                                     Tally& tally);
 
+/// Prints the timeline of one history, as far as it goes.
+void tellHistory(const Plan& plan);
+
 /// The violation of one history, "" when there is none.
 std::string violationOf(const Plan& plan);
 

@@ -132,7 +132,7 @@ void explain(const Failure& failure, bool shortens) {
   printf("%zu of its %zu events are left. Again: scripts/simulate %s\n", found.events.size(), plan.events.size(),
          optionsOf(found).c_str());
   printPlan(found.plan, found.events);
-  for (const std::string& line : performHistory(found.plan, Telling::kKept).timeline) puts(line.c_str());
+  tellHistory(found.plan);
 }
 
 int performMany(const Options& options) {

@@ -70,6 +70,9 @@ void drawFault(Random& random, const std::vector<FaultKind>& kinds, Event& event
     case FaultKind::kNamesFail:
       event.amount = random.between(0, 4);
       break;
+    case FaultKind::kLogSlow:
+      event.amount = random.between(1, 900);
+      break;
     case FaultKind::kNoMemory:
       event.amount = random.between(1, 300);
       break;
@@ -82,11 +85,15 @@ Event drawnEvent(Random& random, Time at, const std::vector<FaultKind>& faults) 
   Event event{at, drawnKind(random, !faults.empty())};
   event.places = random.chance(20) ? random.between(0, 600) : random.between(0, 60);
   switch (event.kind) {
+    case Kind::kHangUp:
+    case Kind::kTerminate:
+      event.amount = random.chance(35) ? 1 : 0;
+      break;
     case Kind::kWan:
       event.amount = random.between(0, 3);
       break;
     case Kind::kAddress:
-      event.target = hostNames()[random.below(hostNames().size())];
+      if (random.chance(75)) event.target = hostNames()[random.below(hostNames().size())];
       event.amount = random.between(0, 9);
       break;
     case Kind::kConfiguration:
@@ -124,12 +131,37 @@ constexpr std::array<const char*, static_cast<std::size_t>(Kind::kNumber)> kName
                                                                                   "an invocation",
                                                                                   "an invocation with --daemonize",
                                                                                   "the WAN becomes",
-                                                                                  "a host becomes",
+                                                                                  "the address becomes, of",
                                                                                   "other tunnels are configured",
                                                                                   "a child ends",
                                                                                   "the clock is stepped",
                                                                                   "somebody makes a tunnel",
                                                                                   "fault"};
+
+constexpr std::array<const char*, static_cast<std::size_t>(FaultKind::kNumber)> kFaultNames{{"API slow",
+                                                                                             "API silent",
+                                                                                             "API gone",
+                                                                                             "API answers by halves",
+                                                                                             "API errors",
+                                                                                             "API garbage",
+                                                                                             "API wrong type",
+                                                                                             "names slow",
+                                                                                             "names fail",
+                                                                                             "command fails",
+                                                                                             "command slow",
+                                                                                             "children deaf",
+                                                                                             "children end at once",
+                                                                                             "openvpn missing",
+                                                                                             "disk full",
+                                                                                             "disk read-only",
+                                                                                             "no fork",
+                                                                                             "no thread",
+                                                                                             "no descriptor",
+                                                                                             "no memory",
+                                                                                             "no semaphores",
+                                                                                             "log away",
+                                                                                             "log deaf",
+                                                                                             "log slow"}};
 
 }  // namespace
 
@@ -170,9 +202,10 @@ std::string told(const Event& event) {
     text +=
         " (" + std::string(kFaultNames[static_cast<std::size_t>(event.fault)]) + ") for " + secondsText(event.duration);
   if (!event.target.empty()) text += " " + event.target;
-  if (event.amount != 0) text += " " + std::to_string(event.amount);
-  if (event.kind <= Kind::kKill) text += " " + std::to_string(event.places) + " places later";
-  return text;
+  if (event.kind <= Kind::kKill)
+    return text + " " + std::to_string(event.places) + (event.amount == 0 ? "" : " of the other threads'") +
+           " places later";
+  return event.amount == 0 ? text : text + " " + std::to_string(event.amount);
 }
 
 }  // namespace simulation

@@ -12,13 +12,13 @@ namespace simulation {
 
 struct Event {
   enum class Kind {
-    kHangUp,         ///< SIGHUP
-    kTerminate,      ///< SIGTERM; init starts the daemon again
+    kHangUp,         ///< SIGHUP; amount 1: the places of the other threads count, not those of the main one
+    kTerminate,      ///< SIGTERM, the same; init starts the daemon again
     kKill,           ///< SIGKILL; the same
     kInvoke,         ///< the program without --daemonize
     kInvokeDaemon,   ///< and with it
     kWan,            ///< another address, or none: amount 0
-    kAddress,        ///< of the host that is the target: amount, or none: 0
+    kAddress,        ///< of the host that is the target, or of all: amount, or none: 0
     kConfiguration,  ///< other tunnels
     kChildEnds,      ///< the amount-th
     kClockStep,      ///< amount: seconds

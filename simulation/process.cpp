@@ -1,6 +1,5 @@
 #include "simulation/process.h"
 
-#include <getopt.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,7 +39,6 @@ void liveAsProgram(Process& process) {
     const Inside inside;
     Image::initialise();
     static_cast<void>(new ActingAs(router()));  // until its end
-    optind = 0;                                 // getopt's state is the C library's
     status = tunnelManagerMain(static_cast<int>(words.size()) - 1, words.data());
     exit(status);
   }
@@ -107,11 +105,17 @@ void runHandler(Process& process, Thread& self, int signal) {
   self.mask = before;
 }
 
+bool counts(const Ambush& ambush, const Thread& self) {
+  const bool isMain = &self == self.process->main;
+  return ambush.process == self.process->number &&
+         (ambush.whose == Ambush::Whose::kAll || isMain == (ambush.whose == Ambush::Whose::kMain));
+}
+
 /// An ambush that ends the process of this thread does not come back.
 void spring(const Thread& self) {
   for (std::size_t i = 0; i < world->ambushes.size(); ++i) {
     Ambush& ambush = world->ambushes[i];
-    if (ambush.process != self.process->number || (ambush.onMain && &self != self.process->main)) continue;
+    if (!counts(ambush, self)) continue;
     if (ambush.places-- > 0) continue;
     const auto act = std::move(ambush.act);
     world->ambushes.erase(world->ambushes.begin() + static_cast<std::ptrdiff_t>(i));

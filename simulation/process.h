@@ -58,9 +58,8 @@ struct Watch {
   std::size_t descriptorsAtRest = 0;
   std::set<std::string> writtenFiles{};     ///< of OpenVPN tunnels, by this run
   std::set<std::string> supervisedFiles{};  ///< by the last run that came so far
-  Time clockStepThen = 0;
-  bool beginsPass = false;  ///< the next ping is the first since the loop has waited
-  Time passBegan = -1;      ///< when the last such ping was
+  bool beginsPass = false;                  ///< the next ping is the first since the loop has waited
+  Time passBegan = -1;                      ///< when the last such ping was
 };
 
 class Process {
@@ -82,6 +81,7 @@ class Process {
 
   std::optional<int> status{};  ///< what whoever started it has been told; 128 and more for a signal
   int endStatus = -1;           ///< what it has ended with
+  bool readsOptions = false;    ///< it has begun to
   bool detached = false;
   bool isInstance = false;  ///< it has made the semaphore
   bool ended = false;

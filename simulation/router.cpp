@@ -101,6 +101,11 @@ int Router::ask(const std::string& command, std::string& output) {
   return status >> 8;
 }
 
+/// The daemon does not ask in this way.
+int Router::askWithin(std::chrono::milliseconds, const std::string& command, std::string& output) {
+  return ask(command, output);
+}
+
 FileOutcome Router::writeFile(const std::string& path, const std::string& text) {
   const Acting acting("writes ", path.c_str());
   const FileOutcome outcome = put(path, "", text);

@@ -11,6 +11,7 @@ class Router : public Effects {
  public:
   int run(const std::string& command) override;
   int ask(const std::string& command, std::string& output) override;
+  int askWithin(std::chrono::milliseconds limit, const std::string& command, std::string& output) override;
   FileOutcome writeFile(const std::string& path, const std::string& text) override;
   FileOutcome appendFile(const std::string& path, const std::string& text) override;
   void setMode(const std::string& path, mode_t mode) override;

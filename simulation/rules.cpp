@@ -17,6 +17,8 @@ constexpr Time kEndBound = 1500 * kMillisecond;
 constexpr Time kStopBound = 1500 * kMillisecond;
 /// More than ten seconds of the wall clock, which counts whole ones, lie between two passes.
 constexpr Time kPace = 9 * kSecond;
+/// A step of that clock is seen by the pass after the one that goes on.
+constexpr Time kStepSeen = kMinute;
 constexpr Time kReapBound = 100 * kMillisecond;
 
 /// How often a pass may begin another ping after something better was wanted: once, if it had looked before.
@@ -37,15 +39,20 @@ void lookAtPing(Watch& watch, const std::string& what) {
     violate("a pass goes on though a run or the end is wanted");
   if (!std::exchange(watch.beginsPass, false)) return;
   const bool isSoon = watch.passBegan >= 0 && timeNow() - watch.passBegan < kPace;
-  if (isSoon && world->clockStep == watch.clockStepThen) violate("passes follow each other too fast: " + what);
+  if (isSoon && timeNow() - world->clockSteppedAt > kStepSeen) violate("passes follow each other too fast: " + what);
   watch.passBegan = timeNow();
-  watch.clockStepThen = world->clockStep;
+}
+
+/// The part of the time since then for which a line of the log may be the reason.
+Time slowLogSince(Time since) {
+  return std::max<Time>(0, std::min(timeNow(), world->logSlowUntil + 2 * kSecond) - since);
 }
 
 void requireEndInTime(const Process& process) {
   const Watch& watch = process.watch;
   if (watch.terminated == kForever) return;
-  const Time took = timeNow() - watch.terminated - (process.explainedUntilNow() - watch.explainedThen);
+  const Time took = timeNow() - watch.terminated - (process.explainedUntilNow() - watch.explainedThen) -
+                    slowLogSince(watch.terminated);
   if (took > kEndBound)
     violate("SIGTERM, and no end after " + seconds(took) + " for which nothing but the program is the reason");
 }
@@ -128,8 +135,9 @@ void ruleRunBegins(Process& process) {
   }
 }
 
-/// A run that cannot even begin, for want of memory, was one: it is not repeated.
+/// A run that cannot even begin, for want of memory, was one: it is not repeated. One that cannot go on ends there.
 void ruleMemoryRefused(Process& process) {
+  process.watch.supervisedFiles.clear();
   process.watch.requestOpen = kForever;
 }
 
@@ -192,7 +200,7 @@ Joining::~Joining() {
   if (name_ == "call") {
     process_.watch.explained += timeNow() - since_;
     process_.watch.waitsSince = -1;
-  } else if (timeNow() - since_ > kStopBound) {
+  } else if (timeNow() - since_ - slowLogSince(since_) > kStopBound) {
     violate("stopping " + name_ + " takes " + seconds(timeNow() - since_));
   }
 }

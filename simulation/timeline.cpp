@@ -19,17 +19,14 @@ void Timeline::note(Time time, const std::string& who, const std::string& what) 
   digest_ = mixed(digest_, &time, sizeof time);
   digest_ = mixed(digest_, who.data(), who.size());
   digest_ = mixed(digest_, what.data(), what.size());
-  if (!keeps_) return;
+  if (!prints_) return;
   std::array<char, 32> stamp{};
   snprintf(stamp.data(), stamp.size(), "%12.6f  ", static_cast<double>(time) / static_cast<double>(kSecond));
   std::string line = stamp.data() + who;
   line.append(who.size() < 28 ? 28 - who.size() : 1, ' ').append(what);
   for (std::size_t end = 0; (end = line.find('\n', end)) != std::string::npos;) line.replace(end, 1, "\\n");
-  if (printsAtOnce_) {
-    puts(line.c_str());
-    fflush(stdout);
-  }
-  lines_.push_back(std::move(line));
+  puts(line.c_str());
+  fflush(stdout);
 }
 
 }  // namespace simulation

@@ -52,14 +52,16 @@ struct IpsecService {
 
 /// What a history does at the so-manieth place from now, wherever that is.
 struct Ambush {
+  enum class Whose { kMain, kOthers, kAll };
+
   unsigned long process;  ///< its number
-  bool onMain;            ///< only the main thread's places count
+  Whose whose;            ///< which threads' places count
   std::int64_t places;
   std::function<void()> act;
 };
 
 struct World {
-  explicit World(std::uint64_t seed, bool keepsTimeline) : chance(seed), timeline(keepsTimeline) {}
+  World(std::uint64_t seed, bool isTold) : chance(seed), timeline(isTold) {}
 
   Random chance;  ///< of the router; the scheduler has its own
   Timeline timeline;
@@ -75,8 +77,11 @@ struct World {
   unsigned long firewallRuns = 0;
   Configuration configuration{};
   Time clockStep = 0;  ///< what the wall clock has been stepped by
+  Time clockSteppedAt = -kMinute;
   bool clockSteppedBack = false;
   unsigned int logGeneration = 0;
+  bool hasRoomInLog = false;  ///< somebody has waited for it
+  Time logSlowUntil = 0;      ///< until then a line may keep whoever writes one, and all who wait to
   Faults faults{};
 
   // The program.
