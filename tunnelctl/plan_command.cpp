@@ -43,17 +43,17 @@ int performPlan(const std::vector<std::string>& words) {
   report.showSecrets = options.has("show-secrets");
   const PlanSources sources = sourcesOf(options);
   Plan plan = planRun(sources);
-  std::optional<Complaint> unserved;
+  std::optional<std::string> unserved;
   try {
     if (plan.outcome != Plan::Outcome::kDone) plan.culprits = culpritsOf(sources.documents);
   } catch (const Complaint& complaint) {
-    unserved = complaint;
+    unserved = complaint.what();
   }
   if (options.has("json")) {
     printJson("plan", jsonOf(plan, report));
   } else {
     printPlan(plan, report);
   }
-  if (unserved) throw *unserved;
+  if (unserved) throw Complaint(*unserved);
   return plan.outcome == Plan::Outcome::kDone ? 0 : 1;
 }
