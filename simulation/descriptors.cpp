@@ -113,7 +113,7 @@ int __real_close(int);
 int __real_socket(int, int, int);
 int __real_connect(int, const sockaddr*, socklen_t);
 ssize_t __real_send(int, const void*, size_t, int);
-FILE* __real_fopen(const char*, const char*);
+FILE* __real_fopen64(const char*, const char*);
 DIR* __real_opendir(const char*);
 
 int __wrap_eventfd(unsigned int initial, int flags) {
@@ -197,8 +197,9 @@ ssize_t __wrap_send(int number, const void* bytes, size_t size, int flags) {
   return sendToLog(number, std::string(static_cast<const char*>(bytes), size));
 }
 
-FILE* __wrap_fopen(const char* path, const char* mode) {
-  if (!isInside()) return __real_fopen(path, mode);
+/// fopen(3), under the name that it has where offsets are to have 64 bits.
+FILE* __wrap_fopen64(const char* path, const char* mode) {
+  if (!isInside()) return __real_fopen64(path, mode);
   const Outside outside;
   place();
   const auto file = world->files.find(path);
