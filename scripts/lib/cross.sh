@@ -10,7 +10,6 @@ folder=$1 architecture=$2
 compiler=$(compilerOf "$architecture") libraries=$(librariesOf "$architecture")
 own=$folder/$architecture # and /cross/$architecture inside a root
 
-kMirror=http://deb.debian.org/debian
 kTools="ca-certificates ccache cmake debhelper dpkg-dev make ninja-build pkg-config qemu-user-static"
 
 inRoot() { unshare --mount scripts/lib/in_root.sh "$folder" "$@"; }
@@ -22,7 +21,7 @@ aptGet() { inRoot "$1" env DEBIAN_FRONTEND=noninteractive apt-get -q -y "${@:2}"
 makeBase() {
   rm -rf "$folder/base.new"
   mkdir -p "$folder/packages" "$folder/archives/partial"
-  debootstrap --variant=minbase --cache-dir="$folder/packages" bookworm "$folder/base.new" "$kMirror"
+  debootstrap --variant=minbase --cache-dir="$folder/packages" bookworm "$folder/base.new"
   mkdir "$folder/base.new/source" "$folder/base.new/cross"
   cp scripts/lib/apt.conf "$folder/base.new/etc/apt/apt.conf.d/cross"
   aptGet base.new update

@@ -1,19 +1,21 @@
 # Debian's sources of the two libraries, and their smallest builds. To be sourced by a bash script.
 
 # fetchDebianSources FOLDER PACKAGE...: leaves each package's source, with Debian's patches, in FOLDER/PACKAGE. apt-get
-# gets lists, cache and state of its own below FOLDER, so nothing on the machine changes and nobody need be root. What
-# is there already is not fetched again.
+# gets lists, cache and state of its own below FOLDER, so nothing on the machine changes and nobody need be root. They
+# come from where the machine has its packages. What is there already is not fetched again.
 fetchDebianSources() {
-  local folder=$1 package missing=()
+  local folder=$1 package mirror missing=()
   shift
   for package in "$@"; do
     [[ -d $folder/$package ]] || missing+=("$package")
   done
   ((${#missing[@]} > 0)) || return 0
 
+  mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Identifier: Packages' 'Codename: bookworm' | sed -n 1p)
+  [[ -n $mirror ]] || { echo "apt-get knows no packages of Debian 12; apt-get update fetches the lists" >&2 && return 1; }
   rm -rf "$folder"/*.new
   mkdir -p "$folder"/apt/{lists,archives,preferences.d}/partial
-  echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] http://deb.debian.org/debian bookworm main" \
+  echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror bookworm main" \
     >"$folder/apt/sources.list"
   local apt=$folder/apt
   local aptGet=(apt-get -q -o Dir::Etc::SourceList="$apt/sources.list" -o Dir::Etc::SourceParts=-

@@ -85,7 +85,7 @@ def test_one_architecture_that_fails_keeps_none_of_the_others_from_being_tried(r
 
 
 HALF = """
-root="${@: -2:1}"
+root="${@: -1}"
 [[ ! -e $root ]] || { echo "E: $root is there already"; exit 1; }
 [[ ! -e $ROOM/interrupted ]] || { echo "E: begun anew"; exit 1; }
 mkdir -p "$root/proc"
