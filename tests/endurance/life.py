@@ -23,13 +23,11 @@ TUNNELS = 6  # of GRE, and as many of IPsec
 WITH_CA = "dev tun\nclient\nremote {index}.example {port}\n<ca>\nCA\n</ca>\n"
 OPENVPN_TEXTS = (documents.OPENVPN_TEXT, documents.OPENVPN_TEXT, WITH_CA)
 THREADS = 2 + 2 * TUNNELS
-SETTLE_SECONDS = 60
+RUN_SECONDS = 600  # of which a machine with other work may take many
+LOOK_SECONDS = 5
+ATTEMPTS = 10
 RUN_BEGINS = "[TUNNEL_MNGR] MANAGING TUNNELS"
 MONITORS_START = "[TUNNEL_MNGR] v_apFqdnMonitor size"
-
-
-class Ended(Exception):
-    """The daemon is not there any more, or does not come to rest."""
 
 
 def configuration() -> dict:
@@ -45,12 +43,14 @@ class Life:
     """A daemon in a router of its own, to be used in a `with` block."""
 
     def __init__(self, program: pathlib.Path, seed: int):
-        self.router = Router(program, configuration(), environment={**service_unit.environment(), **hurried(FACTOR)})
+        self.router = Router(program, configuration(), environment={**service_unit.environment(), **hurried(FACTOR)},
+                             resolver_options="timeout:3 attempts:1")
         self.random = random.Random(seed)
         self._events = 0
         self._runs = 0
         self._counted = 0  # number of the last event in which runs were looked for
         self._started = 0.0
+        self._descriptors: int | None = None  # at rest
 
     def __enter__(self) -> "Life":
         self.router.open()
@@ -58,7 +58,7 @@ class Life:
         self._mend()
         self.daemon: Process = self.router.daemon("--printlvl", "50")
         self._started = time.monotonic()
-        self._settle()
+        self._facts_at_rest()
         self._descriptors = self._least_descriptors()
         return self
 
@@ -90,30 +90,39 @@ class Life:
             router.dns.set(f"{kind}{number}.example", f"203.0.113.{10 * number + len(kind)}")
         router.documents.update(configuration())
 
-    def _settle(self) -> None:
-        """Returns when a run on the mended router is over, and the daemon has its monitors and children and no more."""
+    def _perform_run(self) -> None:
+        """Returns when a run on the mended router is over."""
         router = self.router
         self._mend()
         mark = router.mark("a run is requested")
         self.daemon.signal(signal.SIGHUP)
-        begin = router.wait_for("log", RUN_BEGINS, since=mark, timeout=SETTLE_SECONDS)
-        router.wait_for("log", MONITORS_START, since=begin.number, timeout=SETTLE_SECONDS)
-        router.wait_until(lambda: self.daemon.threads() == THREADS and len(self.daemon.children()) == len(OPENVPN_TEXTS),
-                          "the monitors and children", timeout=SETTLE_SECONDS)
+        begin = router.wait_for("log", RUN_BEGINS, since=mark, timeout=RUN_SECONDS)
+        router.wait_for("log", MONITORS_START, since=begin.number, timeout=RUN_SECONDS)
+
+    def _facts_at_rest(self) -> dict:
+        """Of the daemon behind a run, with its monitors and children and nothing else; or as it is, if it never is so. A
+        look-up under way has a thread and a descriptor. Where the machine is so slow that the API counts as silent, which
+        is after half a second here, another run may do better."""
+        for _ in range(ATTEMPTS):
+            self._perform_run()
+            deadline = time.monotonic() + LOOK_SECONDS
+            while time.monotonic() < deadline:
+                facts = self.daemon.facts()
+                if self._is_at_rest(facts):
+                    return facts
+        return facts
+
+    def _is_at_rest(self, facts: dict) -> bool:
+        usual = self._descriptors in (None, len(facts["descriptors"]))
+        return usual and facts["threads"] == THREADS and len(self.daemon.children()) == len(OPENVPN_TEXTS)
 
     def _sample(self) -> Sample:
-        self._settle()
-        deadline = time.monotonic() + 10
-        while True:  # a look-up may be under way, with a thread and a descriptor of its own
-            facts = self.daemon.facts()
-            found = facts["threads"], len(facts["descriptors"])
-            if found == (THREADS, self._descriptors) or time.monotonic() > deadline:
-                break
+        facts = self._facts_at_rest()
         self._count_runs()
         own, anonymous = self._processor_time(), self._anonymous()
         return Sample(seconds=time.monotonic() - self._started, events=self._events, runs=self._runs, anonymous=anonymous,
-                      resident=facts["rss_kib"] * 1024, threads=found[0], descriptors=found[1], processor=own,
-                      zombies=len(self.daemon.zombies()))
+                      resident=facts["rss_kib"] * 1024, threads=facts["threads"], descriptors=len(facts["descriptors"]),
+                      processor=own, zombies=len(self.daemon.zombies()))
 
     def _least_descriptors(self) -> int:
         return min(self.daemon.fds() for _ in range(100))
