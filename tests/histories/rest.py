@@ -167,10 +167,10 @@ def require_harmless_modes(router: Router) -> None:
 # ---- the process ----
 
 def mapped_files(world: World) -> set[str]:
-    """What the daemon has mapped that has a name; that of its semaphore is another each time."""
+    """What the daemon has mapped that has a name. Those of its semaphore and of the thread sanitizer are others each time."""
     maps = world.router.read_file(f"/proc/{world.daemon.pid}/maps").splitlines()
     names = {line.split(maxsplit=5)[5] for line in maps if len(line.split(maxsplit=5)) == 6}
-    return {name for name in names if not name.startswith("/dev/shm/sem.")}
+    return {name for name in names if not name.startswith(("/dev/shm/sem.", "/tmp/tsan."))}
 
 
 def require_calm_process(world: World, start: Start, planned: dict) -> None:
