@@ -112,6 +112,15 @@ Event drawnEvent(Random& random, Time at, const std::vector<FaultKind>& faults) 
   return event;
 }
 
+/// Two things wrong at once, for long.
+void addCompanion(Random& random, const std::vector<FaultKind>& kinds, Plan& plan) {
+  Event other = plan.events.back();
+  other.target.clear();
+  drawFault(random, kinds, other);
+  other.duration = plan.events.back().duration = random.between(15, 90) * kSecond;
+  plan.events.push_back(other);
+}
+
 Plan emptyPlan(std::uint64_t seed, Random& random) {
   Plan plan;
   plan.seed = seed;
@@ -177,6 +186,7 @@ Plan drawnPlan(std::uint64_t seed) {
                             : random.between(0, plan.horizon / kMillisecond) * kMillisecond;
     last = at;
     plan.events.push_back(drawnEvent(random, at, faults));
+    if (plan.events.back().kind == Kind::kFault && random.chance(30)) addCompanion(random, faults, plan);
   }
   std::stable_sort(plan.events.begin(), plan.events.end(), [](const Event& a, const Event& b) { return a.at < b.at; });
   return plan;

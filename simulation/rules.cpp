@@ -34,18 +34,19 @@ void want(Process& process) {
   process.watch.pingsSinceWanted = 0;
 }
 
+/// The part of the time since then for which a line of the log may be the reason.
+Time slowLogSince(Time since) {
+  return std::max<Time>(0, std::min(timeNow(), world->logSlowUntil + 2 * kSecond) - since);
+}
+
 void lookAtPing(Watch& watch, const std::string& what) {
   if (watch.wanted && ++watch.pingsSinceWanted > kPingsThatMayFollow)
     violate("a pass goes on though a run or the end is wanted");
   if (!std::exchange(watch.beginsPass, false)) return;
   const bool isSoon = watch.passBegan >= 0 && timeNow() - watch.passBegan < kPace;
-  if (isSoon && timeNow() - world->clockSteppedAt > kStepSeen) violate("passes follow each other too fast: " + what);
+  const bool isExplained = timeNow() - world->clockSteppedAt <= kStepSeen || slowLogSince(watch.passBegan) > 0;
+  if (isSoon && !isExplained) violate("passes follow each other too fast: " + what);
   watch.passBegan = timeNow();
-}
-
-/// The part of the time since then for which a line of the log may be the reason.
-Time slowLogSince(Time since) {
-  return std::max<Time>(0, std::min(timeNow(), world->logSlowUntil + 2 * kSecond) - since);
 }
 
 void requireEndInTime(const Process& process) {
