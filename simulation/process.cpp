@@ -34,14 +34,11 @@ void liveAsProgram(Process& process) {
   std::vector<char*> words;
   for (std::string& argument : process.arguments) words.push_back(argument.data());
   words.push_back(nullptr);
-  int status = 0;
-  {
-    const Inside inside;
-    Image::initialise();
-    static_cast<void>(new ActingAs(router()));  // until its end
-    status = tunnelManagerMain(static_cast<int>(words.size()) - 1, words.data());
-    exit(status);
-  }
+  Effects& acts = router();
+  const Inside inside;
+  Image::initialise();
+  static_cast<void>(new ActingAs(acts));  // until its end
+  exit(tunnelManagerMain(static_cast<int>(words.size()) - 1, words.data()));
 }
 
 void runMain(Process& process) {
