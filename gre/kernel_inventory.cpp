@@ -1,6 +1,7 @@
 #include "gre/kernel_inventory.h"
 
-#include <sstream>
+#include <algorithm>
+#include <array>
 
 #include "support/log_tag.h"
 #include "support/logger.h"
@@ -26,10 +27,12 @@ Json::Value parseKernelTunnels(const std::string& output) {
   std::string remoteIp;
   std::string localIp;
   std::string ttl;
+  const std::array<std::string*, 8> fields{&name, &mode, &keyword, &remoteIp, &keyword, &localIp, &keyword, &ttl};
   for (const std::string& line : ZEL::Text::split(output, "\n", 0)) {
     if (line.size() < kShortestLine) continue;
     ZEL_LOG(TRACE, "[%s] LINE: [%s]", kLogTag, line.c_str());
-    std::istringstream(line) >> name >> mode >> keyword >> remoteIp >> keyword >> localIp >> keyword >> ttl;
+    const std::vector<std::string> words = ZEL::Text::words(line);
+    for (std::size_t i = 0; i < std::min(words.size(), fields.size()); ++i) *fields[i] = words[i];
     name = ZEL::Text::trim(name, ':');
     if (isKernelsOwn(name) || mode != "gre/ip") continue;
     Json::Value tunnel;

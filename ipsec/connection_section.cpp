@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <sstream>
+#include <string_view>
 
 #include "api/json_text.h"
 #include "ipsec/proposals.h"
 #include "support/log_tag.h"
 #include "support/logger.h"
+#include "support/text.h"
 
 namespace {
 
@@ -79,37 +80,35 @@ std::string keyingTries(const Json::Value& retries) {
   return retries.asUInt() == 0 ? "%forever" : number(retries);
 }
 
+void addLine(std::string& section, std::string_view key, std::string_view value) {
+  section += ZEL::Text::joined({"\t", key, "=", value, "\n"});
+}
+
 /// The section for one local network, or "" when the tunnel's type is not supported. Members are read in the order of
 /// the lines, and the type before the proposals, which may log.
 std::string sectionFor(const std::string& localNetwork, const Json::Value& tunnel, const std::string& localAddress,
                        const std::string& authLines) {
-  std::ostringstream section;
-  section << "\n";
-  section << "conn " << makeConnName(tunnel["name"].asString(), localNetwork) << "\n";
-  section << "\tleft=" << localAddress << "\n";
-  section << "\tleftsubnet=" << localNetwork << "\n";
-  section << "\tright=" << remotePeer(tunnel) << "\n";
-  section << "\trightsubnet=" << remoteSubnet(tunnel) << "\n";
-  section << "\tauto=start\n";
-  section << "\tdpddelay=60\n";
-  section << "\tdpdtimeout=120\n";
-  section << "\tdpdaction=restart\n";
-  section << "\tcompress=" << yesOrNo(tunnel["compression"]) << "\n";
-  section << "\taggressive=" << yesOrNo(tunnel["aggressiveMode"]) << "\n";
+  std::string section = "\nconn " + makeConnName(tunnel["name"].asString(), localNetwork) + "\n";
+  addLine(section, "left", localAddress);
+  addLine(section, "leftsubnet", localNetwork);
+  addLine(section, "right", remotePeer(tunnel));
+  addLine(section, "rightsubnet", remoteSubnet(tunnel));
+  section += "\tauto=start\n\tdpddelay=60\n\tdpdtimeout=120\n\tdpdaction=restart\n";
+  addLine(section, "compress", yesOrNo(tunnel["compression"]));
+  addLine(section, "aggressive", yesOrNo(tunnel["aggressiveMode"]));
   const std::string method = tunnel["encryptMethod"].asString();
   const char* const keyExchange = keyExchangeOf(tunnel["type"]);
   if (keyExchange == nullptr) {
     ZEL_LOG(WARNING, "[%s] Error in ipsec config generation. IPSec Connection Type not implemented.", kLogTag);
     return "";
   }
-  section << "\tike=" << ikeProposals(tunnel["phase1"].asString(), method) << "\n";
-  section << "\tesp=" << espProposals(tunnel["phase2"].asString(), method) << "\n";
-  section << "\tikelifetime=" << number(tunnel["ikelife"]) << "h\n";
-  section << "\tkeylife=" << number(tunnel["keylife"]) << "h\n";
-  section << "\tkeyingtries=" << keyingTries(tunnel["retries"]) << "\n";
-  section << "\tkeyexchange=" << keyExchange << "\n";
-  section << authLines;
-  return section.str();
+  addLine(section, "ike", ikeProposals(tunnel["phase1"].asString(), method));
+  addLine(section, "esp", espProposals(tunnel["phase2"].asString(), method));
+  addLine(section, "ikelifetime", number(tunnel["ikelife"]) + "h");
+  addLine(section, "keylife", number(tunnel["keylife"]) + "h");
+  addLine(section, "keyingtries", keyingTries(tunnel["retries"]));
+  addLine(section, "keyexchange", keyExchange);
+  return section + authLines;
 }
 
 }  // namespace

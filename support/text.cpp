@@ -1,10 +1,13 @@
 #include "support/text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <system_error>
 
 namespace ZEL {
 namespace {
+
+constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 std::string trimAny(std::string_view text, std::string_view characters) {
   const std::size_t first = text.find_first_not_of(characters);
@@ -27,8 +30,19 @@ std::vector<std::string> Text::split(std::string_view text, std::string_view del
   return pieces;
 }
 
+std::vector<std::string> Text::words(std::string_view text) {
+  std::vector<std::string> words;
+  std::size_t end = 0;
+  for (;;) {
+    const std::size_t start = text.find_first_not_of(kWhiteSpace, end);
+    if (start == std::string_view::npos) return words;
+    end = std::min(text.find_first_of(kWhiteSpace, start), text.size());
+    words.emplace_back(text.substr(start, end - start));
+  }
+}
+
 std::string Text::trim(std::string_view text) {
-  return trimAny(text, " \t\n\v\f\r");
+  return trimAny(text, kWhiteSpace);
 }
 
 std::string Text::trim(std::string_view text, unsigned char const& c) {

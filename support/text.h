@@ -15,6 +15,9 @@ class Text {
   /// above 0 there are at most that many pieces, the last one holding the rest. An empty delimiter splits nothing.
   static std::vector<std::string> split(std::string_view text, std::string_view delimiter, int limit);
 
+  /// The pieces between white space.
+  static std::vector<std::string> words(std::string_view text);
+
   /// Without the white space (blank, \t, \n, \v, \f, \r) at both ends.
   static std::string trim(std::string_view text);
 

@@ -3,7 +3,6 @@
 #include <json/reader.h>
 
 #include <cstring>
-#include <sstream>
 #include <vector>
 
 #include "api/query.h"
@@ -33,9 +32,9 @@ std::vector<Request> requests() {
 
 /// The reader's first complaint, "* Line 1, Column 2\n  Text.\n...", in one line.
 std::string firstComplaint(const std::string& complaints) {
-  std::istringstream words(complaints.substr(0, complaints.find("\n*")));
   std::string text;
-  for (std::string word; words >> word;) text += (text.empty() || word == "*" ? "" : " ") + (word == "*" ? "" : word);
+  for (const std::string& word : ZEL::Text::words(complaints.substr(0, complaints.find("\n*"))))
+    text += (text.empty() || word == "*" ? "" : " ") + (word == "*" ? "" : word);
   while (!text.empty() && (text.back() == '.' || text.back() == ' ')) text.pop_back();
   return text;
 }

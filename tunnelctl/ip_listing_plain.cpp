@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <sstream>
+#include <cstdlib>
 #include <string_view>
 #include <utility>
 
@@ -9,13 +9,6 @@
 namespace {
 
 using Words = std::vector<std::string>;
-
-Words wordsOf(const std::string& line) {
-  std::istringstream stream(line);
-  Words words;
-  for (std::string word; stream >> word;) words.push_back(std::move(word));
-  return words;
-}
 
 /// The word behind another, or "".
 std::string wordAfter(const Words& words, std::string_view key) {
@@ -71,13 +64,9 @@ std::optional<Route> routeIn(Words words) {
 
 /// "Branch_Office_1:     308       5    0    0    0     0          0         0      252       4 ..."
 std::optional<Traffic> trafficIn(const std::string& numbers) {
-  std::istringstream stream(numbers);
-  Traffic traffic;
-  std::uint64_t other = 0;
-  stream >> traffic.received;
-  for (int i = 0; i < 7; ++i) stream >> other;
-  if (!(stream >> traffic.sent)) return std::nullopt;
-  return traffic;
+  const Words words = ZEL::Text::words(numbers);
+  if (words.size() < 9) return std::nullopt;
+  return Traffic{strtoull(words[0].c_str(), nullptr, 10), strtoull(words[8].c_str(), nullptr, 10)};
 }
 
 }  // namespace
@@ -85,7 +74,7 @@ std::optional<Traffic> trafficIn(const std::string& numbers) {
 std::vector<Device> parseDevices(const std::string& output) {
   std::vector<Device> devices;
   for (const std::string& line : ZEL::Text::split(output, "\n", 0)) {
-    const Words words = wordsOf(line);
+    const Words words = ZEL::Text::words(line);
     if (words.empty()) continue;
     if (beginsDevice(line, words)) {
       devices.push_back(deviceIn(words));
@@ -100,7 +89,7 @@ std::vector<Device> parseDevices(const std::string& output) {
 std::vector<Route> parseRoutes(const std::string& output) {
   std::vector<Route> routes;
   for (const std::string& line : ZEL::Text::split(output, "\n", 0)) {
-    if (const std::optional<Route> route = routeIn(wordsOf(line))) routes.push_back(*route);
+    if (const std::optional<Route> route = routeIn(ZEL::Text::words(line))) routes.push_back(*route);
   }
   return routes;
 }

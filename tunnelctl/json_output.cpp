@@ -2,8 +2,7 @@
 
 #include <json/writer.h>
 
-#include <iostream>
-#include <memory>
+#include <cstdio>
 
 namespace {
 
@@ -17,7 +16,5 @@ void printJson(const char* command, Json::Value object) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "  ";
   builder["emitUTF8"] = true;
-  const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
-  writer->write(object, &std::cout);
-  std::cout << "\n";
+  puts(Json::writeString(builder, object).c_str());
 }

@@ -1,17 +1,15 @@
 #include "tunnelctl/processes.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <memory>
-#include <sstream>
 #include <utility>
 
 #include "support/system.h"
 #include "support/text.h"
+#include "tunnelctl/folder.h"
 
 namespace {
 
@@ -24,10 +22,9 @@ std::string contentsOf(const std::string& path) {
 /// The names in a folder that are numbers.
 std::vector<int> numbersIn(const std::string& folder) {
   std::vector<int> numbers;
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), closedir);
-  while (const dirent* const entry = stream ? readdir(stream.get()) : nullptr) {
+  for (const std::string& name : namesIn(folder)) {
     int number = 0;
-    if (ZEL::Text::parse(number, entry->d_name)) numbers.push_back(number);
+    if (ZEL::Text::parse(number, name)) numbers.push_back(number);
   }
   std::sort(numbers.begin(), numbers.end());
   return numbers;
@@ -72,14 +69,11 @@ std::optional<Process> parseProcess(const std::string& stat) {
   if (begin == std::string::npos || end == std::string::npos || end < begin) return std::nullopt;
   Process process;
   process.name = stat.substr(begin + 1, end - begin - 1);
-  std::istringstream fields(stat.substr(end + 1));
-  std::string state;
-  std::string other;
-  fields >> state >> process.parent;
-  for (int i = 0; i < 17; ++i) fields >> other;
-  if (!ZEL::Text::parse(process.pid, ZEL::Text::trim(stat.substr(0, begin))) || !(fields >> process.startedAt))
-    return std::nullopt;
-  if (state == "Z" || state == "X") return std::nullopt;
+  const std::vector<std::string> fields = ZEL::Text::words(stat.substr(end + 1));
+  if (fields.size() < 20 || fields[0] == "Z" || fields[0] == "X") return std::nullopt;
+  if (!ZEL::Text::parse(process.pid, ZEL::Text::trim(stat.substr(0, begin)))) return std::nullopt;
+  if (!ZEL::Text::parse(process.parent, fields[1])) return std::nullopt;
+  process.startedAt = strtoll(fields[19].c_str(), nullptr, 10);
   return process;
 }
 

@@ -1,6 +1,5 @@
 #include "tunnelctl/status_gathering.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +23,7 @@
 #include "support/text.h"
 #include "tunnelctl/complaint.h"
 #include "tunnelctl/documents.h"
+#include "tunnelctl/folder.h"
 
 namespace {
 
@@ -142,18 +142,16 @@ OpenvpnFiles openvpnFilesOf(const std::string& name) {
 
 /// Adds the tunnel whose configuration this is, if it is one.
 void addTunnelOf(const std::string& path, std::set<std::string>& names) {
-  const std::string beginning = std::string(kRunFolder) + "/openvpn_";
-  const std::string end = ".conf";
-  if (path.size() < beginning.size() + end.size() || path.compare(0, beginning.size(), beginning) != 0) return;
-  if (path.compare(path.size() - end.size(), end.size(), end) != 0) return;
-  names.insert(path.substr(beginning.size(), path.size() - beginning.size() - end.size()));
+  constexpr std::string_view beginning = "/var/run/openvpn_";
+  constexpr std::string_view end = ".conf";
+  if (path.size() < beginning.size() + end.size() || !ZEL::Text::beginsWith(path, beginning)) return;
+  const std::size_t size = path.size() - beginning.size() - end.size();
+  if (path.compare(beginning.size() + size, end.size(), end) == 0) names.insert(path.substr(beginning.size(), size));
 }
 
 std::set<std::string> openvpnTunnels(const Facts& facts) {
   std::set<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(kRunFolder), closedir);
-  while (const dirent* const entry = stream ? readdir(stream.get()) : nullptr)
-    addTunnelOf(std::string(kRunFolder) + "/" + entry->d_name, names);
+  for (const std::string& name : namesIn(kRunFolder)) addTunnelOf(ZEL::Text::joined({kRunFolder, "/", name}), names);
   for (const Process& process : facts.processes) {
     if (process.arguments.size() > 2) addTunnelOf(process.arguments[2], names);
   }

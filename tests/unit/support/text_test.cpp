@@ -47,6 +47,13 @@ TEST(TextSplit, keepsNulBytes) {
   EXPECT_THAT(Text::split(text, ",", 0), testing::ElementsAre(text.substr(0, 3), "c"));
 }
 
+TEST(TextWords, liesBetweenWhiteSpace) {
+  EXPECT_EQ(Text::words(""), Pieces());
+  EXPECT_EQ(Text::words(" \t\r\n\v\f"), Pieces());
+  EXPECT_EQ(Text::words("a"), Pieces({"a"}));
+  EXPECT_EQ(Text::words("  a, bc\t\n d\v\fe\r"), Pieces({"a,", "bc", "d", "e"}));
+}
+
 TEST(TextTrim, takesWhiteSpaceFromBothEnds) {
   const struct {
     const char* text;
