@@ -45,8 +45,14 @@ endif()
 
 # Link-time optimisation makes the programs a tenth smaller; inlining what is no longer than a call takes off a little more.
 # The libraries hold machine code, too ("fat"), which is what tests link (-fno-lto), so that linking them takes no longer.
+# -Oz, which is new in GCC 12, takes the shorter of two ways also where it is the slower one, as -Os does not.
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_BUILD_TYPE STREQUAL MinSizeRel)
+  include(CheckCXXCompilerFlag)
+  check_cxx_compiler_flag(-Oz TUNNEL_MNGR_COMPILER_KNOWS_OZ)
   set(link_time_optimisation -flto=auto -ffat-lto-objects --param=max-inline-insns-size=1)
+  if(TUNNEL_MNGR_COMPILER_KNOWS_OZ)
+    list(APPEND link_time_optimisation -Oz)
+  endif()
   set(no_link_time_optimisation -fno-lto)
 endif()
 

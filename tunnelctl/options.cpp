@@ -21,6 +21,11 @@ const OptionKind& kindOf(const std::string& name, const std::vector<OptionKind>&
 
 Options::Options(const std::vector<std::string>& words, const std::vector<OptionKind>& kinds,
                  std::size_t mostOperands) {
+  sort(words, kinds);
+  if (operands_.size() > mostOperands) throw Complaint("too many words: " + operands_[mostOperands]);
+}
+
+void Options::sort(const std::vector<std::string>& words, const std::vector<OptionKind>& kinds) {
   bool onlyOperands = false;
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
@@ -34,7 +39,6 @@ Options::Options(const std::vector<std::string>& words, const std::vector<Option
       if (usedNext) ++i;
     }
   }
-  if (operands_.size() > mostOperands) throw Complaint("too many words: " + operands_[mostOperands]);
 }
 
 void Options::take(const std::string& text, const std::vector<OptionKind>& kinds, const std::string* next,

@@ -29,6 +29,7 @@ class Options {
   const std::vector<std::string>& operands() const { return operands_; }
 
  private:
+  void sort(const std::vector<std::string>& words, const std::vector<OptionKind>& kinds);
   void take(const std::string& text, const std::vector<OptionKind>& kinds, const std::string* next, bool& usedNext);
 
   std::map<std::string, std::string, std::less<>> values_;

@@ -69,7 +69,7 @@ def test_every_command_line_optimises_for_size():
     lines += [(commands.parent / link).read_text() for link in
               ("core/CMakeFiles/tunnel_mngr.dir/link.txt", "tunnelctl/CMakeFiles/tunnelctl.dir/link.txt")]
     assert len(lines) > 50
-    assert {re.findall(r" (-O\S*)", line)[-1] for line in lines} == {"-Os"}
+    assert {re.findall(r" (-O\S*)", line)[-1] for line in lines} == {"-Oz"}
 
 
 def test_the_files_are_there_with_their_modes():
