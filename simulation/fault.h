@@ -16,7 +16,7 @@ enum class FaultKind {
   kApiHalf,       ///< closes in the middle of an answer
   kApiError,      ///< answers with an error code
   kApiGarbage,    ///< answers with no JSON
-  kApiWrongType,  ///< answers with a document of another shape
+  kApiWrongType,  ///< answers with a document of another shape; target: the end of its URL
   kNamesSlow,     ///< amount: milliseconds for each answer
   kNamesFail,     ///< amount: which of the resolver's errors
   kCommandFails,  ///< target: the program
@@ -49,7 +49,8 @@ class Faults {
   void add(Fault fault) { faults_.push_back(std::move(fault)); }
   void heal() { faults_.clear(); }
 
-  /// The one of that kind that is there now, or null.
+  /// The one of that kind that is there now, or null. The target that is asked for ends with the fault's, if it has
+  /// one.
   const Fault* find(FaultKind kind, const std::string& target = "") const;
   bool has(FaultKind kind, const std::string& target = "") const { return find(kind, target) != nullptr; }
   bool empty() const { return faults_.empty(); }

@@ -12,6 +12,8 @@ namespace {
 using Kind = Event::Kind;
 
 constexpr std::array<const char*, 5> kPrograms{"ip", "ipsec", "ping", "firewall", "rm"};
+/// The ends of their URLs; all of them have the first.
+constexpr std::array<const char*, 5> kDocuments{"", "wans", "ni", "ovpnTunnels", "syslog"};
 constexpr std::array<int, 4> kPrintLevels{100, 100, 50, 0};
 
 struct Weight {
@@ -60,6 +62,9 @@ void drawFault(Random& random, const std::vector<FaultKind>& kinds, Event& event
     case FaultKind::kCommandSlow:
       event.target = kPrograms[random.below(kPrograms.size())];
       event.amount = random.between(100, 12000);
+      break;
+    case FaultKind::kApiWrongType:
+      event.target = kDocuments[random.below(kDocuments.size())];
       break;
     case FaultKind::kApiSlow:
       event.amount = random.between(50, 8000);

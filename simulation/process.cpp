@@ -20,6 +20,9 @@ namespace {
 
 constexpr std::size_t kMainStackBytes = 1024 * std::size_t{1024};
 
+/// Process::pending has no more.
+constexpr int kSignalBits = 64;
+
 Process* loaded = nullptr;
 
 void load(Process& process) {
@@ -184,7 +187,7 @@ bool sendSignal(pid_t pid, int signal) {
 void takeSignals() {
   Thread& self = scheduler->current();
   Process& process = *self.process;
-  for (int signal = 1; process.pending != 0 && signal < NSIG; ++signal) {
+  for (int signal = 1; process.pending != 0 && signal < kSignalBits; ++signal) {
     const std::uint64_t bit = std::uint64_t{1} << static_cast<unsigned int>(signal);
     if ((process.pending & bit) == 0 || !takes(self, signal)) continue;
     process.pending &= ~bit;

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <set>
@@ -73,8 +74,8 @@ class Process {
   Image image{};
 
   std::array<sighandler_t, NSIG> handlers{};
-  std::uint64_t pending = 0;  ///< signals, a bit for each
-  std::vector<Descriptor> descriptors{};
+  std::uint64_t pending = 0;             ///< signals, a bit for each
+  std::deque<Descriptor> descriptors{};  ///< of which whoever waits keeps a reference
   std::vector<AtExit> atExit{};
   std::vector<ForkHandlers> forkHandlers{};
   pid_t child = 0;  ///< in whose life this is, between its start and its program

@@ -58,7 +58,7 @@ std::string bodyFor(const std::string& url) {
   const Faults& faults = world->faults;
   if (faults.has(FaultKind::kApiError)) return R"({"code":500,"result":null})";
   if (faults.has(FaultKind::kApiGarbage)) return "<html>502</html>";
-  if (faults.has(FaultKind::kApiWrongType)) return world->configuration.wrongAnswer(url);
+  if (faults.has(FaultKind::kApiWrongType, url)) return world->configuration.wrongAnswer(url);
   return world->configuration.answer(url);
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "simulation/scheduler.h"
+#include "simulation/text.h"
 
 namespace simulation {
 
@@ -11,7 +12,7 @@ World* world = nullptr;
 const Fault* Faults::find(FaultKind kind, const std::string& target) const {
   if (faults_.empty()) return nullptr;
   const auto found = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& fault) {
-    return fault.kind == kind && fault.until > timeNow() && (fault.target.empty() || fault.target == target);
+    return fault.kind == kind && fault.until > timeNow() && endsWith(target, fault.target);
   });
   return found == faults_.end() ? nullptr : &*found;
 }
