@@ -36,8 +36,10 @@ def before(lab: Lab) -> str:
 
 
 def start_daemons(lab: Lab) -> None:
-    with lab.run_on(*lab.topology.routers, cause=START):
-        for router in lab.topology.routers:
+    """One after the other: where both ends begin to exchange keys at once, with IKEv1, each IPsec service may close the
+    connection that the other one has kept, and neither begins again before the next run."""
+    for router in lab.topology.routers:
+        with lab.run_on(router, cause=START):
             router.publish()
             router.start()
 
