@@ -63,6 +63,7 @@ class StandIns:
         self._inspected = set(INSPECTED)
         self._shells: dict[int, tuple[int, str]] = {}  # the running command of a shell: number of its event, text
         self._live: dict[int, tuple[str, socket.socket]] = {}
+        self._calls_to_leave: dict[str, list[int]] = {}  # the statuses with which all that stay were told to leave
         self.seen_pids: set[int] = set()
         self._gre = GreModel(_real_listing)
 
@@ -108,8 +109,11 @@ class StandIns:
             return self._gre.listing()
 
     def tell(self, program: str, pid: int | None, status: int) -> int:
-        """Has the staying stand-ins of a program, or the one with that pid, leave; returns how many were told."""
+        """Has the staying stand-ins of a program, or the one with that pid, leave; returns how many were told. One that
+        is about to stay, and not yet recorded, leaves as well, unless a pid is given."""
         with self._lock:
+            if pid is None:
+                self._calls_to_leave.setdefault(program, []).append(status)
             told = [c for p, (name, c) in self._live.items() if name == program and pid in (None, p)]
         for connection in told:
             _send(connection, struct.pack("i", status))
@@ -148,12 +152,18 @@ class StandIns:
             details |= _inspect(call.pid, call.own_fd)
         with self._lock:
             mode, reply = self._reply(call.program, call.argv[1:])
+            calls_before = len(self._calls_to_leave.get(call.program, []))
         if mode == STAY:
             _send(connection, reply)
             reply = ACKNOWLEDGED if _receive(connection) else b""  # or it was killed before it was ready
-        text, common = self._record_start(connection, call, details)
-        watch = os.pidfd_open(call.pid) if mode == BECOME_REAL else None
-        _send(connection, reply)
+        self.seen_pids.add(call.pid)
+        with self._lock:  # it is answered before anybody can tell it to leave
+            text, common = self._record_start(connection, call, details)
+            missed = self._calls_to_leave.get(call.program, [])[calls_before:]
+            watch = os.pidfd_open(call.pid) if mode == BECOME_REAL else None
+            _send(connection, reply)
+        if mode == STAY and missed:
+            _send(connection, struct.pack("i", missed[-1]))
         if watch is not None:
             _wait_for_end(watch)
         self._follow(connection, text, common)
@@ -161,15 +171,14 @@ class StandIns:
             self._live.pop(call.pid, None)
 
     def _record_start(self, connection: socket.socket, call: Call, details: dict) -> tuple[str, dict]:
-        """Records the start; returns the text and the fields that all later events of the stand-in have."""
-        self.seen_pids.add(call.pid)
-        with self._lock:
-            command, text = (self._shells.get(call.pid) or self._shells.get(call.parent) or (None, " ".join(call.argv)))
-            if command is None:
-                command = self._record_command(text, call.pid, call.parent, False)
-            self._live[call.pid] = (call.program, connection)
-            common = {"program": call.program, "pid": call.pid, "command": command}
-            self._recorder.record("exec", text, argv=call.argv, parent=call.parent, details=details, **common)
+        """Records the start; returns the text and the fields that all later events of the stand-in have. The caller has
+        the lock."""
+        command, text = (self._shells.get(call.pid) or self._shells.get(call.parent) or (None, " ".join(call.argv)))
+        if command is None:
+            command = self._record_command(text, call.pid, call.parent, False)
+        self._live[call.pid] = (call.program, connection)
+        common = {"program": call.program, "pid": call.pid, "command": command}
+        self._recorder.record("exec", text, argv=call.argv, parent=call.parent, details=details, **common)
         return text, common
 
     def _follow(self, connection: socket.socket, text: str, common: dict) -> None:
