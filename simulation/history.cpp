@@ -32,6 +32,13 @@ void sendLater(const Event& event, int signal) {
   });
 }
 
+/// At once, or in the middle of whatever is started next.
+void invoke(const Event& event, int printLevel) {
+  const auto start = [printLevel] { startProgram({"tunnel_mngr", "-p", std::to_string(printLevel)}); };
+  if (event.amount == 0) return start();
+  world->ambushes.push_back({world->processes.size() + 1, Ambush::Whose::kAll, event.places, start});
+}
+
 void endChild(long index) {
   std::vector<Child*> living;
   for (auto& [pid, child] : world->children) {
@@ -68,7 +75,7 @@ void perform(const Event& event, const Plan& plan) {
     case Event::Kind::kKill:
       return ambush(event, Ambush::Whose::kAll, killProcess);
     case Event::Kind::kInvoke:
-      return static_cast<void>(startProgram({"tunnel_mngr", "-p", std::to_string(plan.printLevel)}));
+      return invoke(event, plan.printLevel);
     case Event::Kind::kInvokeDaemon:
       return static_cast<void>(startDaemon(plan.printLevel));
     case Event::Kind::kWan:

@@ -90,6 +90,7 @@ Event drawnEvent(Random& random, Time at, const std::vector<FaultKind>& faults) 
   Event event{at, drawnKind(random, !faults.empty())};
   event.places = random.chance(20) ? random.between(0, 600) : random.between(0, 60);
   switch (event.kind) {
+    case Kind::kInvoke:
     case Kind::kHangUp:
     case Kind::kTerminate:
       event.amount = random.chance(35) ? 1 : 0;
@@ -220,6 +221,8 @@ std::string told(const Event& event) {
   if (event.kind <= Kind::kKill)
     return text + " " + std::to_string(event.places) + (event.amount == 0 ? "" : " of the other threads'") +
            " places later";
+  if (event.kind == Kind::kInvoke && event.amount != 0)
+    return text + " " + std::to_string(event.places) + " places after the next start";
   return event.amount == 0 ? text : text + " " + std::to_string(event.amount);
 }
 

@@ -15,7 +15,7 @@ struct Event {
     kHangUp,         ///< SIGHUP; amount 1: the places of the other threads count, not those of the main one
     kTerminate,      ///< SIGTERM, the same; init starts the daemon again
     kKill,           ///< SIGKILL; the same
-    kInvoke,         ///< the program without --daemonize
+    kInvoke,         ///< the program without --daemonize; amount 1: so many places after the next start
     kInvokeDaemon,   ///< and with it
     kWan,            ///< another address, or none: amount 0
     kAddress,        ///< of the host that is the target, or of all: amount, or none: 0

@@ -1,5 +1,6 @@
 #include "simulation/process.h"
 
+#include <json/value.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -44,12 +45,18 @@ void liveAsProgram(Process& process) {
   exit(tunnelManagerMain(static_cast<int>(words.size()) - 1, words.data()));
 }
 
+bool isAboutTypes(const std::exception& exception) {
+  return dynamic_cast<const Json::Exception*>(&exception) != nullptr;
+}
+
 void runMain(Process& process) {
   try {
     liveAsProgram(process);
   } catch (const std::exception& exception) {
-    const bool isExplained =
-        world->faults.has(FaultKind::kNoMemory) || (world->faults.has(FaultKind::kNoDescriptor) && !process.detached);
+    // The loop of a daemon is what catches exceptions.
+    const Faults& faults = world->faults;
+    const bool isExplained = faults.has(FaultKind::kNoMemory) ||
+                             (!process.detached && (faults.has(FaultKind::kNoDescriptor) || isAboutTypes(exception)));
     if (!isExplained) violate(std::string("an exception leaves main: ") + exception.what());
     say(std::string("an exception leaves main: ") + exception.what());
     endCurrentProcess(128 + SIGABRT);
