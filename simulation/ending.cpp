@@ -120,6 +120,14 @@ std::size_t callsOf(const Process& daemon) {
       std::count_if(threads.begin(), threads.end(), [](const Thread* one) { return one->name == "call"; }));
 }
 
+/// Whatever happened to the runs, the thread that would bring about the next one is there.
+void requireWanMonitor(const Process& daemon) {
+  const std::vector<Thread*> threads = scheduler->threadsOf(daemon);
+  const bool isThere =
+      std::any_of(threads.begin(), threads.end(), [](const Thread* one) { return one->name == "WAN_MONITOR"; });
+  require(isThere || !daemon.watch.hasWanMonitor, "the WAN monitor is gone");
+}
+
 void requireThreads(const Process& daemon) {
   require(comesTrue(kMinute, [&daemon] { return callsOf(daemon) == 0; }), "a call of a monitor does not end");
   require(daemon.watch.hasWanMonitor || daemon.watch.threadRefused, "there is no WAN monitor");
@@ -170,6 +178,7 @@ void bringToItsEnd(const Plan& plan) {
   sleepUntil(timeNow() + kCallsHaveEnded);
   const Process& daemon = theOneDaemon(plan.printLevel);
   requireChildren(daemon);
+  requireWanMonitor(daemon);
   refresh(daemon, plan.printLevel);
   requireNothingLeft(daemon);
   const Snapshot now = snapshotOf(daemon);

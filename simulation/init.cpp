@@ -1,7 +1,5 @@
 #include "simulation/init.h"
 
-#include <algorithm>
-
 #include "simulation/world.h"
 
 namespace simulation {
@@ -10,13 +8,9 @@ namespace {
 constexpr std::size_t kStackBytes = 256 * std::size_t{1024};
 constexpr Time kLookAgain = 500 * kMillisecond;
 
-bool nothingRuns() {
-  return std::all_of(world->processes.begin(), world->processes.end(), [](const auto& one) { return one->ended; });
-}
-
 void keepRunning(int printLevel, const bool& goesOn) {
   while (goesOn) {
-    if (nothingRuns()) startDaemon(printLevel);
+    if (world->living == 0) startDaemon(printLevel);
     sleepUntil(timeNow() + kLookAgain);
   }
 }

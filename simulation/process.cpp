@@ -78,6 +78,11 @@ void orphanChildren(const Process& process) {
 
 void bury(Process& process, int status) {
   process.ended = true;
+  --world->living;
+  auto& ambushes = world->ambushes;
+  ambushes.erase(std::remove_if(ambushes.begin(), ambushes.end(),
+                                [&process](const Ambush& one) { return one.process == process.number; }),
+                 ambushes.end());
   process.endStatus = status;
   if (!process.status) process.status = status;
   ruleEnds(process, status);
@@ -155,6 +160,7 @@ Process& startProgram(std::vector<std::string> arguments) {
   scheduler->onProcess = load;
   const pid_t pid = ++world->lastPid;
   world->processes.push_back(std::make_unique<Process>(world->processes.size() + 1, pid, std::move(arguments)));
+  ++world->living;
   Process& process = *world->processes.back();
   process.main = &scheduler->spawn(&process, "main", kMainStackBytes, [&process] { runMain(process); });
   sigemptyset(&process.main->mask);
@@ -205,13 +211,6 @@ void takeSignals() {
 Process* findProcess(pid_t pid) {
   for (const auto& process : world->processes) {
     if (process->pid == pid && !process->ended) return process.get();
-  }
-  return nullptr;
-}
-
-Process* liveDaemon() {
-  for (const auto& process : world->processes) {
-    if (process->isDaemon() && process->watch.terminated == kForever) return process.get();
   }
   return nullptr;
 }

@@ -112,8 +112,6 @@ bool sendSignal(pid_t pid, int signal);
 void takeSignals();
 
 Process* findProcess(pid_t pid);
-/// The one that has become a daemon and is to stay one; null when there is none.
-Process* liveDaemon();
 
 /// The program's code runs while the scope lasts, or the simulator's own.
 class Inside {

@@ -86,6 +86,7 @@ struct World {
 
   // The program.
   std::list<std::unique_ptr<Process>> processes{};
+  std::size_t living = 0;  ///< how many of them have not ended
   std::vector<Ambush> ambushes{};
   pid_t lastPid = 1000;
   std::string lastError{};  ///< the last line of that level that tells of something wrong
