@@ -21,8 +21,8 @@ std::string maskText(const Json::Value& mask) {
   return mask.isNumeric() ? std::to_string(mask.asInt()) : mask.asString();
 }
 
-GreRecord readGre(const Json::Value& record) {
-  GreRecord tunnel;
+TunnelRecord readGre(const Json::Value& record) {
+  TunnelRecord tunnel;
   tunnel.name = interfaceNameOf(record);
   tunnel.isEnabled = record["enabled"].asBool();
   tunnel.host = record["remoteIp"].asString();
@@ -45,13 +45,11 @@ Json::Value networksOf(const Json::Value& documents) {
   }
 }
 
-IpsecRecord readIpsec(const Json::Value& record, const Json::Value& networks) {
-  IpsecRecord tunnel;
+TunnelRecord readIpsec(const Json::Value& record) {
+  TunnelRecord tunnel;
   tunnel.name = interfaceNameOf(record);
   tunnel.isEnabled = record["enabled"].asBool();
   tunnel.host = record["remoteWanIp"].asString();
-  for (const Json::Value& network : networks)
-    tunnel.connections.push_back(makeConnName(tunnel.name, network.asString()));
   return tunnel;
 }
 
@@ -62,9 +60,8 @@ TunnelRecord readOpenvpn(const Json::Value& record) {
   return tunnel;
 }
 
-template <class Record>
-Record unreadable(const Json::Value& record) {
-  Record tunnel;
+TunnelRecord unreadable(const Json::Value& record) {
+  TunnelRecord tunnel;
   const std::string name = textMember(record, "name");
   tunnel.name = name.empty() ? kNameless : name;
   tunnel.isReadable = false;
@@ -72,10 +69,9 @@ Record unreadable(const Json::Value& record) {
 }
 
 /// An enabled record takes the place of a disabled one with its name.
-template <class Record>
-void add(Record tunnel, std::vector<Record>& tunnels) {
+void add(TunnelRecord&& tunnel, std::vector<TunnelRecord>& tunnels) {
   const auto same = std::find_if(tunnels.begin(), tunnels.end(),
-                                 [&tunnel](const Record& other) { return other.name == tunnel.name; });
+                                 [&tunnel](const TunnelRecord& other) { return other.name == tunnel.name; });
   if (same == tunnels.end()) {
     tunnels.push_back(std::move(tunnel));
   } else if (tunnel.isEnabled && !same->isEnabled && same->isReadable) {
@@ -83,30 +79,35 @@ void add(Record tunnel, std::vector<Record>& tunnels) {
   }
 }
 
-template <class Record, class Read>
-std::vector<Record> readAll(const Json::Value& records, Read read) {
-  std::vector<Record> tunnels;
+std::vector<TunnelRecord> readAll(const Json::Value& records, TunnelRecord (*read)(const Json::Value&)) {
+  std::vector<TunnelRecord> tunnels;
   if (!records.isArray()) return tunnels;
   for (const Json::Value& record : records) {
     try {
       add(read(record), tunnels);
     } catch (const Json::LogicError&) {
-      add(unreadable<Record>(record), tunnels);
+      add(unreadable(record), tunnels);
     }
   }
   return tunnels;
 }
 
+/// Names the connections that a tunnel has, one for each of the router's local networks.
+void addConnections(const Json::Value& networks, TunnelRecord& tunnel) {
+  if (!tunnel.isReadable) return;
+  for (const Json::Value& network : networks)
+    tunnel.connections.push_back(makeConnName(tunnel.name, network.asString()));
+}
+
 }  // namespace
 
 Configuration readConfiguration(const Json::Value& documents) {
-  const Json::Value networks = networksOf(documents);
   Configuration configuration;
   configuration.wan = currentAddress(memberOf(documents, "wans"));
-  configuration.gre = readAll<GreRecord>(memberOf(documents, "greTunnels"), readGre);
-  configuration.ipsec =
-      readAll<IpsecRecord>(memberOf(documents, "ipsecTunnels"),
-                           [&networks](const Json::Value& record) { return readIpsec(record, networks); });
-  configuration.openvpn = readAll<TunnelRecord>(memberOf(documents, "ovpnTunnels"), readOpenvpn);
+  configuration.gre = readAll(memberOf(documents, "greTunnels"), readGre);
+  configuration.ipsec = readAll(memberOf(documents, "ipsecTunnels"), readIpsec);
+  configuration.openvpn = readAll(memberOf(documents, "ovpnTunnels"), readOpenvpn);
+  const Json::Value networks = networksOf(documents);
+  for (TunnelRecord& tunnel : configuration.ipsec) addConnections(networks, tunnel);
   return configuration;
 }

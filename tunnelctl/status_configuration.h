@@ -8,29 +8,22 @@
 
 #include "tunnelctl/ipv4_network.h"
 
-/// What the records of all kinds have, their names as the program uses them. A record that the program could not read,
-/// since a member is of a wrong type, has the name that can be read, or "?".
+/// What counts of a record of any kind, its name as the program uses it. A record that the program could not read, since
+/// a member is of a wrong type, has the name that can be read, or "?".
 struct TunnelRecord {
   std::string name{};
   bool isEnabled = false;
   bool isReadable = true;
-};
-
-struct GreRecord : TunnelRecord {
-  std::string host{};
-  std::vector<Ipv4Network> addresses{};  ///< one, or none
-  std::vector<Ipv4Network> routes{};
-};
-
-struct IpsecRecord : TunnelRecord {
-  std::string host{};
-  std::vector<std::string> connections{};  ///< their names, one for each local network
+  std::string host{};                      ///< the remote end of a GRE or IPsec tunnel
+  std::vector<Ipv4Network> addresses{};    ///< of a GRE tunnel: one, or none
+  std::vector<Ipv4Network> routes{};       ///< of a GRE tunnel
+  std::vector<std::string> connections{};  ///< of an IPsec tunnel: their names, one for each local network
 };
 
 struct Configuration {
   std::string wan{};  ///< the address of the current one, or ""
-  std::vector<GreRecord> gre{};
-  std::vector<IpsecRecord> ipsec{};
+  std::vector<TunnelRecord> gre{};
+  std::vector<TunnelRecord> ipsec{};
   std::vector<TunnelRecord> openvpn{};
 };
 

@@ -16,7 +16,7 @@ bool isName(const std::string& host) {
   return !host.empty() && !parseAddress(host);
 }
 
-bool lacksPeer(const IpsecRecord& record, const Facts& facts) {
+bool lacksPeer(const TunnelRecord& record, const Facts& facts) {
   return std::any_of(facts.connections.begin(), facts.connections.end(), [&record](const WrittenConnection& written) {
     return written.right.empty() && tunnelOf(written) == record.name;
   });
@@ -53,11 +53,11 @@ const Device* deviceOf(const std::string& name, const Facts& facts) {
 std::vector<std::string> hostsToLookUp(const Facts& facts) {
   std::vector<std::string> hosts;
   if (facts.configuration.wan.empty()) return hosts;
-  for (const GreRecord& record : facts.configuration.gre) {
+  for (const TunnelRecord& record : facts.configuration.gre) {
     const bool isMissing = areDevicesKnown(facts) && deviceOf(record.name, facts) == nullptr;
     if (record.isEnabled && isName(record.host) && isMissing) hosts.push_back(record.host);
   }
-  for (const IpsecRecord& record : facts.configuration.ipsec) {
+  for (const TunnelRecord& record : facts.configuration.ipsec) {
     if (record.isEnabled && isName(record.host) && lacksPeer(record, facts)) hosts.push_back(record.host);
   }
   return hosts;

@@ -12,7 +12,7 @@ constexpr const char* kKind = "gre";
 constexpr std::size_t kLongestName = 15;  // IFNAMSIZ, with the null byte
 
 /// Why there is no device.
-Verdict missing(const GreRecord& record, const Facts& facts) {
+Verdict missing(const TunnelRecord& record, const Facts& facts) {
   const auto address = facts.addresses.find(record.host);
   if (record.name.size() > kLongestName) return down("its name has more than 15 characters, which the kernel refuses");
   if (record.host.empty()) return down("it has no remote host");
@@ -48,7 +48,7 @@ std::string obstacle(const Device& device, const Facts& facts) {
 }
 
 /// In what the device's ends are not those that are configured; "" when they are.
-std::string otherEnds(const Device& device, const GreRecord& record, const Facts& facts) {
+std::string otherEnds(const Device& device, const TunnelRecord& record, const Facts& facts) {
   if (device.local != facts.configuration.wan)
     return Text::joined({"it begins at ", device.local, ", but the current WAN is ", facts.configuration.wan});
   if (parseAddress(record.host) && device.remote != record.host)
@@ -57,7 +57,7 @@ std::string otherEnds(const Device& device, const GreRecord& record, const Facts
 }
 
 /// Of what the record asks for, what the device lacks.
-std::string lack(const Device& device, const GreRecord& record, const Facts& facts) {
+std::string lack(const Device& device, const TunnelRecord& record, const Facts& facts) {
   for (const Ipv4Network& address : record.addresses) {
     const auto& own = device.addresses;
     if (std::find(own.begin(), own.end(), address) == own.end())
@@ -78,7 +78,7 @@ Verdict unlessRoutesHang(const Facts& facts) {
   return unknown("ip does not list the kernel's routes");
 }
 
-Verdict judgeConfigured(const GreRecord& record, const Device* device, const Facts& facts) {
+Verdict judgeConfigured(const TunnelRecord& record, const Device* device, const Facts& facts) {
   if (!record.isReadable) return unknown("a member of its record has a wrong type, which ends every run");
   if (!areDevicesKnown(facts)) return unknown("ip does not list the kernel's devices");
   if (facts.configuration.wan.empty()) return down("no WAN is current, so nothing is built");
@@ -99,7 +99,7 @@ TunnelRow rowOf(const std::string& name, const Verdict& verdict, const Device* d
   return row;
 }
 
-TunnelRow configuredRow(const GreRecord& record, const Facts& facts) {
+TunnelRow configuredRow(const TunnelRecord& record, const Facts& facts) {
   const Device* const device = deviceOf(record.name, facts);
   TunnelRow row = rowOf(record.name, judgeConfigured(record, device, facts), device);
   if (device == nullptr) row.remote = record.host;
@@ -107,14 +107,14 @@ TunnelRow configuredRow(const GreRecord& record, const Facts& facts) {
 }
 
 /// The record of a device, or null.
-const GreRecord* recordOf(const Device& device, const Facts& facts) {
-  const std::vector<GreRecord>& records = facts.configuration.gre;
+const TunnelRecord* recordOf(const Device& device, const Facts& facts) {
+  const std::vector<TunnelRecord>& records = facts.configuration.gre;
   const auto found = std::find_if(records.begin(), records.end(),
-                                  [&device](const GreRecord& record) { return record.name == device.name; });
+                                  [&device](const TunnelRecord& record) { return record.name == device.name; });
   return found == records.end() ? nullptr : &*found;
 }
 
-Verdict judgeFound(const Device& device, const GreRecord* record, const Facts& facts) {
+Verdict judgeFound(const Device& device, const TunnelRecord* record, const Facts& facts) {
   if (record != nullptr) return {TunnelState::kStale, "it is disabled; the next run removes it"};
   if (isConfigurationKnown(facts))
     return {TunnelState::kStale, "it is not in the configuration; the next run removes it"};
@@ -130,11 +130,11 @@ bool isShown(const TunnelRecord& record) {
 
 std::vector<TunnelRow> greRows(const Facts& facts) {
   std::vector<TunnelRow> rows;
-  for (const GreRecord& record : facts.configuration.gre) {
+  for (const TunnelRecord& record : facts.configuration.gre) {
     if (isShown(record)) rows.push_back(configuredRow(record, facts));
   }
   for (const Device& device : facts.devices) {
-    const GreRecord* const record = recordOf(device, facts);
+    const TunnelRecord* const record = recordOf(device, facts);
     if (!device.isGre || (record != nullptr && isShown(*record))) continue;
     rows.push_back(rowOf(device.name, judgeFound(device, record, facts), &device));
   }

@@ -18,7 +18,7 @@ using Connections = std::vector<const WrittenConnection*>;
 /// A tunnel as it is to be judged: its record, if it has one, the names of its connections, and those that are written.
 struct Tunnel {
   std::string name;
-  const IpsecRecord* record;
+  const TunnelRecord* record;
   std::vector<std::string> names;
   Connections written;
 };
@@ -184,7 +184,7 @@ Verdict judgeFound(const Tunnel& tunnel, const Facts& facts) {
   return judgeTunnel(tunnel, facts);
 }
 
-bool isShown(const IpsecRecord& record) {
+bool isShown(const TunnelRecord& record) {
   return record.isEnabled || !record.isReadable;
 }
 
@@ -193,7 +193,7 @@ bool isShown(const IpsecRecord& record) {
 std::vector<TunnelRow> ipsecRows(const Facts& facts) {
   std::vector<TunnelRow> rows;
   std::set<std::string> shown;
-  for (const IpsecRecord& record : facts.configuration.ipsec) {
+  for (const TunnelRecord& record : facts.configuration.ipsec) {
     if (!isShown(record)) continue;
     const Tunnel tunnel{record.name, &record, record.connections, writtenOf(record.name, facts)};
     rows.push_back(rowOf(tunnel, judgeTunnel(tunnel, facts), facts));

@@ -14,8 +14,8 @@ using status_test::process;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-GreRecord greTo(const std::string& name, const std::string& host, bool isEnabled = true) {
-  GreRecord record;
+TunnelRecord greTo(const std::string& name, const std::string& host, bool isEnabled = true) {
+  TunnelRecord record;
   record.name = name;
   record.host = host;
   record.isEnabled = isEnabled;
@@ -34,7 +34,7 @@ TEST(HostsToLookUp, areThoseOfWhatIsNotThere) {
 
 TEST(HostsToLookUp, areThoseOfConnectionsWithoutAPeer) {
   Facts found = facts();
-  IpsecRecord record;
+  TunnelRecord record;
   record.name = "office";
   record.host = "head.example";
   record.isEnabled = true;

@@ -15,8 +15,8 @@ using testing::IsEmpty;
 
 constexpr const char* kNotBuilt = "gre1 down: it has not been built: it is newer than the last run, or ip refused it";
 
-GreRecord record(const std::string& name) {
-  GreRecord record;
+TunnelRecord record(const std::string& name) {
+  TunnelRecord record;
   record.name = name;
   record.isEnabled = true;
   record.host = "203.0.113.7";

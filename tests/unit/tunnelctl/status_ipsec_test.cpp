@@ -30,7 +30,7 @@ void connectOnly(Facts& facts, bool isEstablished) {
 /// A tunnel "office" that joins two networks.
 Facts upFacts() {
   Facts facts = status_test::facts();
-  IpsecRecord record;
+  TunnelRecord record;
   record.name = "office";
   record.isEnabled = true;
   record.host = "203.0.113.7";

@@ -48,11 +48,11 @@ TEST(ExitStatusOf, cannotTellWithoutTheApi) {
 
 TEST(Judge, bringsTheKindsTogether) {
   Facts found = facts();
-  GreRecord gre;
+  TunnelRecord gre;
   gre.name = "g";
   gre.isEnabled = true;
   found.configuration.gre = {gre};
-  IpsecRecord ipsec;
+  TunnelRecord ipsec;
   ipsec.name = "i";
   ipsec.isEnabled = true;
   found.configuration.ipsec = {ipsec};
