@@ -2,7 +2,7 @@
 
 #include "tunnelctl/check_reading.h"
 
-std::vector<Finding> findingsOf(const Json::Value& documents, const IsForeignDevice& isForeign) {
+std::vector<Finding> findingsOf(const Json::Value& documents, IsForeignDevice isForeign) {
   Findings findings;
   const Json::Value read = asRead(documents);
   const Place root(read);

@@ -11,4 +11,4 @@
 /// The findings about documents in the shape of docs/configuration.schema.json, which are an object, in their order.
 /// `isForeign` may be empty: then no device of the router is looked for. Pure but for that function; never throws for
 /// what a document holds.
-std::vector<Finding> findingsOf(const Json::Value& documents, const IsForeignDevice& isForeign);
+std::vector<Finding> findingsOf(const Json::Value& documents, IsForeignDevice isForeign);

@@ -11,7 +11,7 @@ int performCheck(const std::vector<std::string>& words) {
   const Options options(words, {{"json", false}}, 1);
   const bool isLive = options.operands().empty();
   const Json::Value documents = isLive ? fetchDocuments() : readDocuments(options.operands()[0]);
-  const std::vector<Finding> findings = findingsOf(documents, isLive ? isForeignDevice : IsForeignDevice());
+  const std::vector<Finding> findings = findingsOf(documents, isLive ? isForeignDevice : nullptr);
   if (options.has("json")) {
     printJson("check", jsonOf(findings));
   } else {

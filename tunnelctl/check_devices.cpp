@@ -53,7 +53,7 @@ bool isAmong(const std::array<std::string_view, kCount>& names, std::string_view
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-void checkName(const Device& device, const IsForeignDevice& isForeign, Findings& findings) {
+void checkName(const Device& device, IsForeignDevice isForeign, Findings& findings) {
   const std::string& name = device.name;
   const Place& place = device.place;
   if (hasShellCharacter(name) || (name.empty() && !place.isInForce())) return;  // told elsewhere, or still to be named
@@ -114,7 +114,7 @@ bool isForeignDevice(const std::string& name) {
   return exists && request.ifr_hwaddr.sa_family != ARPHRD_IPGRE;
 }
 
-void checkDevices(const Place& root, const IsForeignDevice& isForeign, Findings& findings) {
+void checkDevices(const Place& root, IsForeignDevice isForeign, Findings& findings) {
   Owners owners(Problem::kSameDevice);
   for (const Device& device : devicesOf(root)) {
     if (device.isGre) checkName(device, isForeign, findings);

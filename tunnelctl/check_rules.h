@@ -2,13 +2,12 @@
 // first two rules one that was made by `asRead`.
 #pragma once
 
-#include <functional>
 #include <string>
 
 #include "tunnelctl/check_findings.h"
 
 /// True for a device of the router that is no GRE tunnel, and so is not removed by a run.
-using IsForeignDevice = std::function<bool(const std::string& name)>;
+using IsForeignDevice = bool (*)(const std::string& name);
 
 /// `given` are the documents, `read` what `asRead` made of them.
 void checkTypes(const Place& given, const Place& read, Findings& findings);
@@ -21,7 +20,7 @@ void checkIpsecTunnels(const Place& root, Findings& findings);
 void checkOvpnTunnels(const Place& root, Findings& findings);
 
 /// The names of all devices that tunnels make.
-void checkDevices(const Place& root, const IsForeignDevice& isForeign, Findings& findings);
+void checkDevices(const Place& root, IsForeignDevice isForeign, Findings& findings);
 
 /// Networks of different tunnels, and of tunnels and the LAN.
 void checkOverlaps(const Place& root, Findings& findings);

@@ -6,7 +6,7 @@
 
 namespace {
 
-const OptionKind& kindOf(const std::string& name, const std::vector<OptionKind>& kinds) {
+const OptionKind& kindOf(const std::string& name, std::initializer_list<OptionKind> kinds) {
   std::vector<std::string> known;
   for (const OptionKind& kind : kinds) {
     if (kind.name == name) return kind;
@@ -19,13 +19,13 @@ const OptionKind& kindOf(const std::string& name, const std::vector<OptionKind>&
 
 }  // namespace
 
-Options::Options(const std::vector<std::string>& words, const std::vector<OptionKind>& kinds,
+Options::Options(const std::vector<std::string>& words, std::initializer_list<OptionKind> kinds,
                  std::size_t mostOperands) {
   sort(words, kinds);
   if (operands_.size() > mostOperands) throw Complaint("too many words: " + operands_[mostOperands]);
 }
 
-void Options::sort(const std::vector<std::string>& words, const std::vector<OptionKind>& kinds) {
+void Options::sort(const std::vector<std::string>& words, std::initializer_list<OptionKind> kinds) {
   bool onlyOperands = false;
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
@@ -41,7 +41,7 @@ void Options::sort(const std::vector<std::string>& words, const std::vector<Opti
   }
 }
 
-void Options::take(const std::string& text, const std::vector<OptionKind>& kinds, const std::string* next,
+void Options::take(const std::string& text, std::initializer_list<OptionKind> kinds, const std::string* next,
                    bool& usedNext) {
   if (text.compare(0, 2, "--") != 0) throw Complaint("unknown option " + text);
   const std::size_t equals = text.find('=');

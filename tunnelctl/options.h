@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
@@ -19,7 +20,7 @@ struct OptionKind {
 class Options {
  public:
   /// Throws a Complaint for an unknown option, a missing or superfluous value, and more operands than `mostOperands`.
-  Options(const std::vector<std::string>& words, const std::vector<OptionKind>& kinds, std::size_t mostOperands);
+  Options(const std::vector<std::string>& words, std::initializer_list<OptionKind> kinds, std::size_t mostOperands);
 
   bool has(std::string_view name) const { return values_.count(name) > 0; }
   /// Of an option that was given several times the last value; nothing when it was not given.
@@ -29,8 +30,8 @@ class Options {
   const std::vector<std::string>& operands() const { return operands_; }
 
  private:
-  void sort(const std::vector<std::string>& words, const std::vector<OptionKind>& kinds);
-  void take(const std::string& text, const std::vector<OptionKind>& kinds, const std::string* next, bool& usedNext);
+  void sort(const std::vector<std::string>& words, std::initializer_list<OptionKind> kinds);
+  void take(const std::string& text, std::initializer_list<OptionKind> kinds, const std::string* next, bool& usedNext);
 
   std::map<std::string, std::string, std::less<>> values_;
   std::vector<std::string> operands_;

@@ -11,7 +11,7 @@
 
 namespace {
 
-const std::vector<OptionKind> kOptions{
+constexpr std::initializer_list<OptionKind> kOptions{
     {"from", true}, {"offline", false}, {"json", false}, {"show-secrets", false}, {"printlvl", true}};
 
 constexpr int kHighestPrintLevel = 100;
