@@ -16,6 +16,6 @@ begin() {
 
 explainFailure() {
   local reason
-  reason=$(grep -E '^E: |error|FAILED' "$narrationLog" | tail -n 1 | cut -c -200)
-  echo "$narrator: failed at: $doing: ${reason:-$(tail -n 1 "$narrationLog")}; all of it is in $narrationLog" >&4
+  reason=$(grep -E '^E: |[Ee]rror|FAILED' "$narrationLog" || grep . "$narrationLog") || reason="nothing was said"
+  echo "$narrator: failed at: $doing: $(tail -n 1 <<<"$reason" | cut -c -200); all of it is in $narrationLog" >&4
 }

@@ -126,3 +126,11 @@ def test_the_static_build_says_what_could_not_be_fetched(room):
     stand_in(room, "apt-get", "echo E: no network >&2; exit 100")
     assert "E: no network" in complaint(start(room, "scripts/static", "--folder", str(room / "static")), 1)
 
+
+
+@pytest.mark.parametrize("said, told", [("all is well\\nlast words\\n\\n", "last words"),
+                                        ("CMake Error: no such compiler\\nmore\\n", "CMake Error: no such compiler")])
+def test_what_failed_is_told_whatever_its_words_are(room, said, told):
+    script = f"source scripts/lib/narration.sh; narrate it {room}/log; begin Trying; printf '{said}'; false"
+    err = complaint(start(room, "bash", "-euo", "pipefail", "-c", script), 1)
+    assert err == f"it: failed at: Trying: {told}; all of it is in {room}/log\n"
