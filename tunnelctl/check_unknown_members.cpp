@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <string>
+#include <string_view>
 
 #include "tunnelctl/check_addresses.h"
 #include "tunnelctl/check_members.h"
@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kShortestAlike = 3;
 constexpr std::size_t kLongestAlike = 40;
 
-using Names = std::vector<std::string>;
+using Names = std::vector<std::string_view>;
 
 Names namesOf(Members members) {
   Names names;
@@ -21,21 +21,22 @@ Names namesOf(Members members) {
 }
 
 /// What is meant by a member that is not known: one that is missing; "" if none is like it.
-std::string meantBy(std::string_view name, const Names& missing) {
-  for (const std::string& known : missing) {
+std::string_view meantBy(std::string_view name, const Names& missing) {
+  for (const std::string_view known : missing) {
     if (isAlikeInSmallLetters(known, name)) return known;
   }
-  return name.size() < kShortestAlike || name.size() > kLongestAlike ? "" : nearestWord(std::string(name), missing);
+  return name.size() < kShortestAlike || name.size() > kLongestAlike ? "" : nearestWord(name, missing);
 }
 
 void checkNames(const Place& record, const Names& known, Findings& findings) {
   Names missing;
-  for (const std::string& name : known) {
-    if (record.value().isObject() && !record.value().isMember(name)) missing.push_back(name);
+  for (const std::string_view name : known) {
+    const bool isThere = !record.value().isObject() || record.value().isMember(name.begin(), name.end());
+    if (!isThere) missing.push_back(name);
   }
   for (const Place& member : record.members()) {
     if (std::find(known.begin(), known.end(), member.name()) != known.end()) continue;
-    const std::string meant = meantBy(member.name(), missing);
+    const std::string_view meant = meantBy(member.name(), missing);
     if (!meant.empty()) findings.add(member, Problem::kUnknownMember, {member.name(), meant});
   }
 }

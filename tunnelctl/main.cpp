@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "support/text.h"
 #include "tunnelctl/check_command.h"
 #include "tunnelctl/complaint.h"
 #include "tunnelctl/nearest_word.h"
@@ -42,13 +44,14 @@ int perform(const std::vector<std::string>& words) {
   if (words.empty()) throw Complaint("no command; tunnelctl --help lists them");
   if (words[0] == "--help") return printUsage();
   if (words[0] == "--version") return printf("tunnelctl %s\n", kVersion) < 0 ? kCannotTell : 0;
-  std::vector<std::string> known;
+  std::vector<std::string_view> known;
   for (const Command& command : kCommands) {
     if (words[0] == command.name) return command.perform({words.begin() + 1, words.end()});
     known.emplace_back(command.name);
   }
-  const std::string near = nearestWord(words[0], known);
-  throw Complaint("unknown command " + words[0] + (near.empty() ? "" : ", did you mean " + near + "?"));
+  const std::string_view near = nearestWord(words[0], known);
+  const std::string question = near.empty() ? "" : ZEL::Text::joined({", did you mean ", near, "?"});
+  throw Complaint(ZEL::Text::joined({"unknown command ", words[0], question}));
 }
 
 /// Without this an answer that a full disk has cut would be one of a router on which all is well.

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <string>
 #include <utility>
 
 namespace {
 
-std::string inSmallLetters(std::string text) {
+std::string inSmallLetters(std::string_view word) {
+  std::string text(word);
   for (char& c : text) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
   return text;
 }
@@ -31,10 +33,10 @@ std::size_t distance(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-std::string nearestWord(const std::string& word, const std::vector<std::string>& known) {
-  std::string nearest;
+std::string_view nearestWord(std::string_view word, const std::vector<std::string_view>& known) {
+  std::string_view nearest;
   std::size_t least = std::max<std::size_t>(1, word.size() / 3) + 1;
-  for (const std::string& candidate : known) {
+  for (const std::string_view candidate : known) {
     const std::size_t wrong = distance(inSmallLetters(word), inSmallLetters(candidate));
     if (wrong >= least) continue;
     least = wrong;

@@ -1,10 +1,10 @@
 // What somebody may have meant by a word that is not known.
 #pragma once
 
-#include <string>
+#include <string_view>
 #include <vector>
 
 /// The known word that differs least from the given one, or "" when none is near: a third of its letters, and at least
 /// one, may be wrong, missing, too many or exchanged with a neighbour. Capitals count as their small letters. Of
 /// several the first. Pure.
-std::string nearestWord(const std::string& word, const std::vector<std::string>& known);
+std::string_view nearestWord(std::string_view word, const std::vector<std::string_view>& known);

@@ -7,12 +7,12 @@
 namespace {
 
 const OptionKind& kindOf(const std::string& name, std::initializer_list<OptionKind> kinds) {
-  std::vector<std::string> known;
+  std::vector<std::string_view> known;
   for (const OptionKind& kind : kinds) {
     if (kind.name == name) return kind;
     known.emplace_back(kind.name);
   }
-  const std::string near = nearestWord(name, known);
+  const std::string_view near = nearestWord(name, known);
   const std::string question = near.empty() ? "" : ZEL::Text::joined({", did you mean --", near, "?"});
   throw Complaint(ZEL::Text::joined({"unknown option --", name, question}));
 }

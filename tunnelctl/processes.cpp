@@ -2,9 +2,9 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <set>
 #include <utility>
 
 #include "support/system.h"
@@ -20,13 +20,12 @@ std::string contentsOf(const std::string& path) {
 }
 
 /// The names in a folder that are numbers.
-std::vector<int> numbersIn(const std::string& folder) {
-  std::vector<int> numbers;
+std::set<int> numbersIn(const std::string& folder) {
+  std::set<int> numbers;
   for (const std::string& name : namesIn(folder)) {
     int number = 0;
-    if (ZEL::Text::parse(number, name)) numbers.push_back(number);
+    if (ZEL::Text::parse(number, name)) numbers.insert(number);
   }
-  std::sort(numbers.begin(), numbers.end());
   return numbers;
 }
 

@@ -4,7 +4,7 @@
 
 namespace {
 
-const std::vector<std::string> kWords{"name", "enabled", "remoteIp", "checkPeriod", "ttl", "ip"};
+const std::vector<std::string_view> kWords{"name", "enabled", "remoteIp", "checkPeriod", "ttl", "ip"};
 
 TEST(NearestWord, findsWhatDiffersByAThirdOfItsLetters) {
   const struct {
