@@ -4,8 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <map>
-#include <utility>
+#include <set>
 
 #include "ipsec/configuration_store.h"
 #include "support/system.h"
@@ -21,22 +20,14 @@ std::string contentsOf(const std::string& path) {
 }
 
 /// Adds what is below a folder. A link counts as a file where it leads to one, and is not followed to a folder.
-void addFilesToReset(const std::string& folder, std::vector<std::string>& files) {
+void addFilesToReset(const std::string& folder, std::set<std::string>& paths) {
   for (const std::string& name : namesIn(folder)) {
     const std::string path = ZEL::Text::joined({folder, "/", name});
     struct stat file {};
     if (name == "." || name == ".." || lstat(path.c_str(), &file) != 0) continue;
-    if (S_ISDIR(file.st_mode)) addFilesToReset(path, files);
-    if (stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && PlannedEffects::isReset(path)) files.push_back(path);
+    if (S_ISDIR(file.st_mode)) addFilesToReset(path, paths);
+    if (stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && PlannedEffects::isReset(path)) paths.insert(path);
   }
-}
-
-/// The files below the directories of certificates and keys that a run's reset removes.
-std::vector<std::string> filesToReset() {
-  std::vector<std::string> files;
-  for (const std::string* directory : {&caCertsDir(), &certsDir(), &privateKeysDir()})
-    addFilesToReset(*directory, files);
-  return files;
 }
 
 bool resets(const Plan& plan) {
@@ -44,18 +35,25 @@ bool resets(const Plan& plan) {
   return std::find(commands.begin(), commands.end(), resetCommand()) != commands.end();
 }
 
+/// A file that is not written is one that the reset removes.
+FileChange changeOf(const std::string& path, const Plan& plan) {
+  const auto written = plan.deeds.files.find(path);
+  if (written == plan.deeds.files.end()) return {path, contentsOf(path), "", true, false};
+  return {path, contentsOf(path), written->second, access(path.c_str(), F_OK) == 0, true};
+}
+
 }  // namespace
 
 std::vector<FileChange> fileChanges(const Plan& plan) {
-  std::map<std::string, FileChange> changes;
-  for (const std::string& path : resets(plan) ? filesToReset() : std::vector<std::string>())
-    changes[path] = {path, contentsOf(path), "", true, false};
-  for (const auto& [path, text] : plan.deeds.files)
-    changes[path] = {path, contentsOf(path), text, access(path.c_str(), F_OK) == 0, true};
-  std::vector<FileChange> list;
-  list.reserve(changes.size());
-  for (auto& [path, change] : changes) list.push_back(std::move(change));
-  return list;
+  std::set<std::string> paths;
+  if (resets(plan)) {
+    for (const std::string* directory : {&caCertsDir(), &certsDir(), &privateKeysDir()})
+      addFilesToReset(*directory, paths);
+  }
+  for (const auto& [path, text] : plan.deeds.files) paths.insert(path);
+  std::vector<FileChange> changes;
+  for (const std::string& path : paths) changes.push_back(changeOf(path, plan));
+  return changes;
 }
 
 bool isDifferent(const FileChange& change) {
