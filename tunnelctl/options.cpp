@@ -61,12 +61,12 @@ void Options::take(const std::string& text, std::initializer_list<OptionKind> ki
   }
 }
 
-std::optional<std::string> Options::value(std::string_view name) const {
+std::optional<std::string> Options::value(const std::string& name) const {
   const auto found = values_.find(name);
   return found == values_.end() ? std::nullopt : std::optional<std::string>(found->second);
 }
 
-std::optional<int> Options::number(std::string_view name, int least, int most) const {
+std::optional<int> Options::number(const std::string& name, int least, int most) const {
   const std::optional<std::string> text = value(name);
   if (!text) return std::nullopt;
   int number = 0;
