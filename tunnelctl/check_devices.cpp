@@ -72,8 +72,7 @@ std::vector<Device> devicesOf(const Place& root) {
   std::vector<Device> devices;
   for (const Place& tunnel : greTunnelsOf(root)) {
     const Place place = tunnel["name"];
-    if (const auto name = place.text())
-      devices.push_back({ZEL::Text::replace(std::string(*name), " ", "_"), place, true});
+    if (const auto name = place.text()) devices.push_back({ZEL::Text::replace(*name, " ", "_"), place, true});
   }
   for (const Place& tunnel : ovpnTunnelsOf(root)) {
     const Place place = tunnel["name"];

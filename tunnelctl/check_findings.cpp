@@ -36,7 +36,7 @@ void Findings::add(const Place& place, Problem problem, std::initializer_list<st
   std::size_t begin = 0;
   for (const std::string_view text : texts) {
     begin = message.find("{}", begin);
-    const std::string given = fitted(std::string(text), kMostShown);
+    const std::string given = fitted(text, kMostShown);
     message.replace(begin, 2, given);
     begin += given.size();
   }

@@ -6,7 +6,7 @@ namespace {
 
 /// A member's name as a pointer has it (RFC 6901, section 3).
 std::string escaped(std::string_view member) {
-  return ZEL::Text::replace(ZEL::Text::replace(std::string(member), "~", "~0"), "/", "~1");
+  return ZEL::Text::replace(ZEL::Text::replace(member, "~", "~0"), "/", "~1");
 }
 
 std::vector<Place> tunnelsAmong(const std::vector<Place>& records) {

@@ -41,23 +41,23 @@ bool isControl(unsigned char c) {
   return c < 0x20 || c == 0x7F;
 }
 
-/// What each column of a terminal shows.
-std::vector<std::string> columnsOf(std::string_view text) {
-  std::vector<std::string> columns;
+/// What each column of a terminal shows; parts of the text, which must outlive them.
+std::vector<std::string_view> columnsOf(std::string_view text) {
+  std::vector<std::string_view> columns;
   for (std::size_t place = 0; place < text.size();) {
     const std::size_t bytes = characterBytes(text, place);
     const bool shown = bytes > 1 || (bytes == 1 && !isControl(static_cast<unsigned char>(text[place])));
     if (text[place] == '\t') {
-      columns.insert(columns.end(), kTabColumns, " ");
+      for (std::size_t i = 0; i < kTabColumns; ++i) columns.push_back(" ");
     } else {
-      columns.emplace_back(shown ? text.substr(place, bytes) : "?");
+      columns.push_back(shown ? text.substr(place, bytes) : "?");
     }
     place += bytes == 0 ? 1 : bytes;
   }
   return columns;
 }
 
-std::string joined(const std::vector<std::string>& columns, std::size_t begin, std::size_t end) {
+std::string joined(const std::vector<std::string_view>& columns, std::size_t begin, std::size_t end) {
   std::string text;
   for (std::size_t i = begin; i < end; ++i) text += columns[i];
   return text;
@@ -71,7 +71,7 @@ std::string coloured(Colour colour, std::string_view text) {
 }
 
 std::string fitted(std::string_view text, std::size_t columns) {
-  const std::vector<std::string> all = columnsOf(text);
+  const std::vector<std::string_view> all = columnsOf(text);
   if (all.size() <= columns) return joined(all, 0, all.size());
   if (columns <= kCutColumns) return joined(all, 0, columns);
   const std::size_t kept = columns - kCutColumns;

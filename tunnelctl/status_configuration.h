@@ -8,8 +8,8 @@
 
 #include "tunnelctl/ipv4_network.h"
 
-/// What counts of a record of any kind, its name as the program uses it. A record that the program could not read, since
-/// a member is of a wrong type, has the name that can be read, or "?".
+/// What counts of a record of any kind, its name as the program uses it. A record that the program could not read,
+/// since a member is of a wrong type, has the name that can be read, or "?".
 struct TunnelRecord {
   std::string name{};
   bool isEnabled = false;
