@@ -15,6 +15,7 @@ constexpr std::array<const char*, 6> kCodes{"", "31", "32", "33", "90", "1"};
 constexpr const char* kCut = "..";
 constexpr std::size_t kCutColumns = 2;
 constexpr std::size_t kTabColumns = 4;
+constexpr std::string_view kBlank = " ";
 
 bool isColoured() {
   const char* const noColour = getenv("NO_COLOR");
@@ -48,7 +49,7 @@ std::vector<std::string_view> columnsOf(std::string_view text) {
     const std::size_t bytes = characterBytes(text, place);
     const bool shown = bytes > 1 || (bytes == 1 && !isControl(static_cast<unsigned char>(text[place])));
     if (text[place] == '\t') {
-      for (std::size_t i = 0; i < kTabColumns; ++i) columns.push_back(" ");
+      for (std::size_t i = 0; i < kTabColumns; ++i) columns.push_back(kBlank);
     } else {
       columns.push_back(shown ? text.substr(place, bytes) : "?");
     }

@@ -43,7 +43,7 @@ int performPlan(const std::vector<std::string>& words) {
   report.showSecrets = options.has("show-secrets");
   const PlanSources sources = sourcesOf(options);
   Plan plan = planRun(sources);
-  std::optional<std::string> unserved;
+  std::string unserved;
   try {
     if (plan.outcome != Plan::Outcome::kDone) plan.culprits = culpritsOf(sources.documents);
   } catch (const Complaint& complaint) {
@@ -54,6 +54,6 @@ int performPlan(const std::vector<std::string>& words) {
   } else {
     printPlan(plan, report);
   }
-  if (unserved) throw Complaint(*unserved);
+  if (!unserved.empty()) throw Complaint(unserved);
   return plan.outcome == Plan::Outcome::kDone ? 0 : 1;
 }

@@ -37,9 +37,13 @@ bool resets(const Plan& plan) {
 
 /// A file that is not written is one that the reset removes.
 FileChange changeOf(const std::string& path, const Plan& plan) {
-  const auto written = plan.deeds.files.find(path);
-  if (written == plan.deeds.files.end()) return {path, contentsOf(path), "", true, false};
-  return {path, contentsOf(path), written->second, access(path.c_str(), F_OK) == 0, true};
+  FileChange change{path, contentsOf(path), "", true, false};
+  if (const auto written = plan.deeds.files.find(path); written != plan.deeds.files.end()) {
+    change.after = written->second;
+    change.existed = access(path.c_str(), F_OK) == 0;
+    change.remains = true;
+  }
+  return change;
 }
 
 }  // namespace
@@ -52,6 +56,7 @@ std::vector<FileChange> fileChanges(const Plan& plan) {
   }
   for (const auto& [path, text] : plan.deeds.files) paths.insert(path);
   std::vector<FileChange> changes;
+  changes.reserve(paths.size());
   for (const std::string& path : paths) changes.push_back(changeOf(path, plan));
   return changes;
 }

@@ -32,7 +32,10 @@ std::string line(const char* label, std::string_view text) {
 
 std::string listed(const std::vector<std::string>& texts) {
   std::string text;
-  for (const std::string& each : texts) text += (text.empty() ? "" : ", ") + each;
+  for (const std::string& each : texts) {
+    if (!text.empty()) text += ", ";
+    text += each;
+  }
   return text;
 }
 
