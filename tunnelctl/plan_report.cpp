@@ -21,7 +21,10 @@ constexpr std::size_t kIndentation = 10;  ///< where what is done begins
 
 std::string inOneLine(const std::vector<std::string>& words) {
   std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+  for (const std::string& word : words) {
+    if (!text.empty()) text += ' ';
+    text += word;
+  }
   return text;
 }
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-const std::vector<OptionKind> kKinds{{"from", true}, {"offline", false}, {"wait", true}};
+constexpr std::initializer_list<OptionKind> kKinds{{"from", true}, {"offline", false}, {"wait", true}};
 
 Options of(const std::vector<std::string>& words) {
   return {words, kKinds, 1};
