@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "simulation/clock.h"
@@ -46,7 +45,7 @@ struct Fault {
 
 class Faults {
  public:
-  void add(Fault fault) { faults_.push_back(std::move(fault)); }
+  void add(Fault fault);
   void heal() { faults_.clear(); }
 
   /// The one of that kind that is there now, or null. The target that is asked for ends with the fault's, if it has

@@ -1,6 +1,7 @@
 #include "simulation/world.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "simulation/scheduler.h"
 #include "simulation/text.h"
@@ -8,6 +9,13 @@
 namespace simulation {
 
 World* world = nullptr;
+
+/// Those that are over go, or a year's history would have a year's faults to look through.
+void Faults::add(Fault fault) {
+  faults_.erase(std::remove_if(faults_.begin(), faults_.end(), [](const Fault& one) { return one.until <= timeNow(); }),
+                faults_.end());
+  faults_.push_back(std::move(fault));
+}
 
 const Fault* Faults::find(FaultKind kind, const std::string& target) const {
   if (faults_.empty()) return nullptr;
