@@ -140,6 +140,7 @@ void ruleRunBegins(Process& process) {
 void ruleMemoryRefused(Process& process) {
   process.watch.supervisedFiles.clear();
   process.watch.requestOpen = kForever;
+  process.watch.wanted = false;
 }
 
 void ruleDaemonBegins(Process& process) {
