@@ -7,7 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <utility>
 
@@ -34,11 +34,10 @@ using namespace simulation;
 
 extern "C" {
 
-/// std::chrono::steady_clock::now()
-std::chrono::steady_clock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
-std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
-  if (!isInside()) return __real__ZNSt6chrono3_V212steady_clock3nowEv();
-  return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(timeNow()));
+/// std::chrono::steady_clock::now(), whose result is handed over as the number that it consists of.
+std::int64_t __real__ZNSt6chrono3_V212steady_clock3nowEv();
+std::int64_t __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
+  return isInside() ? timeNow() : __real__ZNSt6chrono3_V212steady_clock3nowEv();
 }
 
 time_t __real_time(time_t*);

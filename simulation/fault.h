@@ -28,7 +28,7 @@ enum class FaultKind {
   kNoFork,
   kNoThread,
   kNoDescriptor,
-  kNoMemory,      ///< amount: percent of the program's allocations that fail
+  kNoMemory,      ///< amount: how many of ten thousand allocations of the main thread fail
   kNoSemaphores,  ///< neither made nor removed
   kLogAway,
   kLogDeaf,  ///< takes no more lines

@@ -52,7 +52,7 @@ class Fiber {
   ucontext_t context_{};
   jmp_buf place_{};
   bool begun_ = false;
-  void* sanitizerStack_ = nullptr;
+  [[maybe_unused]] void* sanitizerStack_ = nullptr;
 };
 
 }  // namespace simulation

@@ -14,6 +14,8 @@ using Kind = Event::Kind;
 constexpr std::array<const char*, 5> kPrograms{"ip", "ipsec", "ping", "firewall", "rm"};
 /// The ends of their URLs; all of them have the first.
 constexpr std::array<const char*, 5> kDocuments{"", "wans", "ni", "ovpnTunnels", "syslog"};
+/// Of ten thousand: many end a run early, few let it come to its end with a chance of being met there.
+constexpr std::array<int, 5> kRefusals{3, 10, 30, 100, 300};
 constexpr std::array<int, 4> kPrintLevels{100, 100, 50, 0};
 
 struct Weight {
@@ -79,7 +81,7 @@ void drawFault(Random& random, const std::vector<FaultKind>& kinds, Event& event
       event.amount = random.between(1, 900);
       break;
     case FaultKind::kNoMemory:
-      event.amount = random.between(1, 300);
+      event.amount = kRefusals[random.below(kRefusals.size())];
       break;
     default:
       break;

@@ -12,7 +12,6 @@ namespace simulation {
 namespace {
 
 constexpr int kFailedStatus = 255;
-constexpr const char* kOpenvpn = "openvpn";
 
 /// An act begins: it is told, looked at, and a place where others may go on.
 class Acting {
