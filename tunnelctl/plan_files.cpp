@@ -7,17 +7,10 @@
 #include <set>
 
 #include "ipsec/configuration_store.h"
-#include "support/system.h"
 #include "support/text.h"
 #include "tunnelctl/folder.h"
 
 namespace {
-
-std::string contentsOf(const std::string& path) {
-  std::string contents;
-  ZEL::System::readFile(path, contents);
-  return contents;
-}
 
 /// Adds what is below a folder. A link counts as a file where it leads to one, and is not followed to a folder.
 void addFilesToReset(const std::string& folder, std::set<std::string>& paths) {

@@ -7,17 +7,10 @@
 #include <set>
 #include <utility>
 
-#include "support/system.h"
 #include "support/text.h"
 #include "tunnelctl/folder.h"
 
 namespace {
-
-std::string contentsOf(const std::string& path) {
-  std::string contents;
-  ZEL::System::readFile(path, contents);
-  return contents;
-}
 
 /// The names in a folder that are numbers.
 std::set<int> numbersIn(const std::string& folder) {
