@@ -3,7 +3,9 @@
 #include <signal.h>
 
 #include <cstdlib>
+#include <optional>
 
+#include "api/wan_list.h"
 #include "core/single_instance.h"
 #include "core/tunnel_management_run.h"
 #include "effects/blocked_signals.h"
@@ -37,8 +39,19 @@ void stopFqdnMonitors() {
   v_apFqdnMonitor.clear();
 }
 
+/// While it lives, nothing is said of what the tunnels are built on; afterwards what the run has found, whatever became
+/// of it.
+class WanOfRun {
+ public:
+  WanOfRun() { wanMonitor->setWanOfTunnels(std::nullopt); }
+  ~WanOfRun() { wanMonitor->setWanOfTunnels(currentWanIp); }
+  WanOfRun(const WanOfRun&) = delete;
+  WanOfRun& operator=(const WanOfRun&) = delete;
+};
+
 void performRun() {
   const ZEL::FreeMemoryReturn afterIt;
+  const WanOfRun toBeTold;
   manageTunnels();
 }
 

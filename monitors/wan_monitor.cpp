@@ -25,13 +25,24 @@ WanMonitor::~WanMonitor() {
   stop();
 }
 
+void WanMonitor::setWanOfTunnels(std::optional<std::string> address) {
+  const ZEL::LockGuard guard(wanOfTunnelsLock_);
+  wanOfTunnels_ = std::move(address);
+}
+
+bool WanMonitor::isReasonToRefresh(const std::string& address) {
+  if (address != lastWanIp_) return true;
+  const ZEL::LockGuard guard(wanOfTunnelsLock_);
+  return !address.empty() && wanOfTunnels_ && address != *wanOfTunnels_;
+}
+
 void WanMonitor::run() {
   while (!isCanceled()) {
     sleep(kCheckMilliseconds);
     if (isCanceled()) return;
     const auto address = callUnlessCanceled<std::string>(ZEL::kParserStackBytes, queryCurrentWanAddress);
     if (!address) continue;  // canceled, or not asked at all
-    if (*address == lastWanIp_) {
+    if (!isReasonToRefresh(*address)) {
       ZEL_LOG(TRACE, "[%s][WAN_MONITOR] WAN has not changed", kLogTag);
       continue;
     }

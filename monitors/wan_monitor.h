@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "support/lock.h"
@@ -9,6 +10,9 @@
 
 /// Asks the configuration API every 30 seconds for the current WAN address and requests a refresh when it is another
 /// one than before. That the API cannot be reached counts as an address of "".
+///
+/// A run asks the API itself, and what it finds may have come and gone between two looks that find the same. So an
+/// address that the tunnels are not built on is a reason, too.
 ///
 /// A request that is under way when the monitor is stopped is abandoned, so stopping never waits for the API.
 class WanMonitor : public ZEL::Thread {
@@ -19,11 +23,19 @@ class WanMonitor : public ZEL::Thread {
 
   void run() override;
 
+  /// Says what the tunnels are built on: an address, "" if no run has found one, or nothing while a run is under way.
+  /// Until it is said, only the addresses of the looks are compared. Any thread, at any time.
+  void setWanOfTunnels(std::optional<std::string> address);
+
   /// The address seen last. Before the start and after the stop only.
   const std::string& lastWanIp() const { return lastWanIp_; }
 
  private:
+  bool isReasonToRefresh(const std::string& address);
+
   std::shared_ptr<ZEL::Lock> refreshLock_;
   std::shared_ptr<ZEL::Condition> refreshCondition_;
   std::string lastWanIp_;
+  ZEL::Lock wanOfTunnelsLock_;
+  std::optional<std::string> wanOfTunnels_ GUARDED_BY(wanOfTunnelsLock_);
 };

@@ -128,6 +128,14 @@ void requireWanMonitor(const Process& daemon) {
   require(isThere || !daemon.watch.hasWanMonitor, "the WAN monitor is gone");
 }
 
+/// By itself, however looks and runs met the faults: the look under way may still have failed, the next one sees it.
+void requireWan(const Process& daemon) {
+  const auto isCurrent = [&daemon] { return daemon.watch.wanOfTunnels == world->configuration.wan; };
+  require(!daemon.watch.hasWanMonitor || comesTrue(2 * kMonitorsHaveLooked, isCurrent),
+          "the tunnels are not built on the current WAN");
+  settle();
+}
+
 void requireThreads(const Process& daemon) {
   require(comesTrue(kMinute, [&daemon] { return callsOf(daemon) == 0; }), "a call of a monitor does not end");
   require(daemon.watch.hasWanMonitor || daemon.watch.threadRefused, "there is no WAN monitor");
@@ -179,6 +187,7 @@ void bringToItsEnd(const Plan& plan) {
   const Process& daemon = theOneDaemon(plan.printLevel);
   requireChildren(daemon);
   requireWanMonitor(daemon);
+  requireWan(daemon);
   refresh(daemon, plan.printLevel);
   requireNothingLeft(daemon);
   const Snapshot now = snapshotOf(daemon);

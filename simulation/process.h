@@ -57,6 +57,7 @@ struct Watch {
   bool hasWanMonitor = false;
   bool threadRefused = false;
   std::size_t descriptorsAtRest = 0;
+  std::string wanOfTunnels;                 ///< that the last run has found
   std::set<std::string> writtenFiles{};     ///< of OpenVPN tunnels, by this run
   std::set<std::string> supervisedFiles{};  ///< by the last run that came so far
   bool beginsPass = false;                  ///< the next ping is the first since the loop has waited

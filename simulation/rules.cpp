@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "api/wan_list.h"
 #include "simulation/text.h"
 #include "simulation/world.h"
 #include "support/cancellation.h"
@@ -90,6 +91,7 @@ void ruleIdleBegins(Process& process) {
   process.watch.idle = true;
   process.watch.beginsPass = true;
   process.watch.inRun = false;
+  process.watch.wanOfTunnels = currentWanIp;
   if (process.watch.descriptorsAtRest == 0) process.watch.descriptorsAtRest = process.openDescriptors();
 }
 

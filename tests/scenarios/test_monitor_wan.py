@@ -108,3 +108,53 @@ def test_no_wan_list_ends_the_daemon(make_router):
             mark = refresh(router, daemon)
             assert ip_commands(router, mark)[-2:] == [create_command(), LINK_UP]
             assert "WAN_MONITOR" in daemon.facts()["thread_names"]
+
+
+def a_run_that_met_an_outage_is_made_again(router, daemon):
+    router.api.on("wans", envelope={"code": 404, "result": []})
+    mark = refresh(router, daemon)
+    assert NO_WAN in lines(router, "INFO", mark)
+    router.api.reset()
+    yield
+    router.wait_for("command", LINK_UP, since=mark, timeout=CYCLE)
+    assert UNCHANGED not in lines(router, "TRACE", mark)
+
+
+def a_run_that_met_another_wan_is_made_again(router, daemon):
+    current = router.documents["wans"]
+    router.documents["wans"] = [{"current": True, "ip": "192.0.2.9"}]
+    mark = refresh(router, daemon)
+    assert ip_commands(router, mark)[-2:] == [create_command(local="192.0.2.9"), LINK_UP]
+    router.documents["wans"] = current
+    mark = router.mark("the WAN is what the monitor has seen")
+    yield
+    router.wait_for("command", create_command(), since=mark, timeout=CYCLE)
+    assert UNCHANGED not in lines(router, "TRACE", mark)
+
+
+def an_outage_that_goes_on_for_the_looks_leaves_what_a_run_has_built(router, daemon):
+    router.api.on("wans", envelope={"code": 404, "result": []})
+    mark = router.mark("the API refuses")
+    yield
+    router.wait_for("log", NO_WAN, since=mark, timeout=CYCLE)
+    router.wait_for("log", "v_apFqdnMonitor size", since=mark)
+    router.api.reset()
+    mark = refresh(router, daemon)
+    assert ip_commands(router, mark) == [create_command(), LINK_UP]
+    router.api.on("wans", envelope={"code": 404, "result": []})
+    router.wait_for("log", UNCHANGED, since=mark, timeout=CYCLE)
+    wait_until_idle(router, daemon)
+    assert runs(router, mark) == 1 and ip_commands(router, mark) == [create_command(), LINK_UP]
+
+
+def test_the_monitor_knows_on_which_wan_the_tunnels_are_built(make_router):
+    with contextlib.ExitStack() as stack:
+        stories = []
+        for tell in (a_run_that_met_an_outage_is_made_again, a_run_that_met_another_wan_is_made_again,
+                     an_outage_that_goes_on_for_the_looks_leaves_what_a_run_has_built):
+            router = router_with(make_router, documents(gre_tunnel()))
+            stack.callback(router.close)
+            stories.append(tell(router, start_daemon(router)))
+            next(stories[-1])
+        for story in stories:
+            assert next(story, "the end") == "the end"
