@@ -105,6 +105,8 @@ void Fiber::enter(unsigned int high, unsigned int low) {
   __sanitizer_finish_switch_fiber(nullptr, nullptr, nullptr);
 #endif
   exceptions() = {};
+  // makecontext(3) passes nothing wider than int.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
   reinterpret_cast<Fiber*>(static_cast<std::uintptr_t>(high) << 32U | low)->entry_();
 }
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-// The linker defines these.
+// The linker defines these; a begin and its end are of one section (image.ld.in).
 extern char program_data_begin, program_data_end, program_bss_begin, program_bss_end;
 extern void (*program_initialisers_begin)(), (*program_initialisers_end)();
 
@@ -10,10 +10,12 @@ namespace simulation {
 namespace {
 
 std::size_t dataSize() {
+  // cppcheck-suppress comparePointers
   return static_cast<std::size_t>(&program_data_end - &program_data_begin);
 }
 
 std::size_t bssSize() {
+  // cppcheck-suppress comparePointers
   return static_cast<std::size_t>(&program_bss_end - &program_bss_begin);
 }
 

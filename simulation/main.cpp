@@ -156,7 +156,7 @@ int performDays(const Options& options) {
   printf(
       "%u days with %zu events in %.1f s, %.0f times as fast as real time: %lu runs, %lu requests, %zu processes, %lu "
       "places, %lu switches. Digest %016lx.\n",
-      options.days, plan.events.size(), seconds, static_cast<double>(outcome.time / kSecond) / seconds, outcome.runs,
+      options.days, plan.events.size(), seconds, static_cast<double>(outcome.time) / kSecond / seconds, outcome.runs,
       outcome.requests, outcome.processes, outcome.places, outcome.switches, outcome.digest);
   puts(outcome.violation.empty() ? "Everything held." : outcome.violation.c_str());
   return outcome.violation.empty() ? 0 : 1;

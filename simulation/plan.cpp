@@ -207,9 +207,8 @@ Plan longPlan(std::uint64_t seed, unsigned int days) {
   plan.tunnels = 3;
   plan.printLevel = 0;
   plan.horizon = Time{days} * 24 * 60 * kMinute;
-  std::vector<FaultKind> faults;
-  for (int kind = 0; kind < static_cast<int>(FaultKind::kNumber); ++kind)
-    faults.push_back(static_cast<FaultKind>(kind));
+  std::vector<FaultKind> faults(static_cast<std::size_t>(FaultKind::kNumber));
+  for (std::size_t kind = 0; kind < faults.size(); ++kind) faults[kind] = static_cast<FaultKind>(kind);
   for (Time at = kPace; at <= plan.horizon; at += kPace) plan.events.push_back(drawnEvent(random, at, faults));
   return plan;
 }
