@@ -54,7 +54,7 @@ Exceptions& exceptions() {
 
 }  // namespace
 
-Stack::Stack(std::size_t bytes) : lowest_(nullptr), size_(bytes * kStackFactor) {
+Stack::Stack(std::size_t bytes) : size_(bytes * kStackFactor) {
   std::vector<char*>& spare = spareStacks()[size_];
   if (!spare.empty()) {
     lowest_ = spare.back();
@@ -105,8 +105,7 @@ void Fiber::enter(unsigned int high, unsigned int low) {
   __sanitizer_finish_switch_fiber(nullptr, nullptr, nullptr);
 #endif
   exceptions() = {};
-  // makecontext(3) passes nothing wider than int.
-  // NOLINTNEXTLINE(performance-no-int-to-ptr)
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): makecontext(3) passes nothing wider than int.
   reinterpret_cast<Fiber*>(static_cast<std::uintptr_t>(high) << 32U | low)->entry_();
 }
 

@@ -21,7 +21,7 @@ class Stack {
   std::size_t size() const { return size_; }
 
  private:
-  char* lowest_;
+  char* lowest_ = nullptr;
   std::size_t size_;
 };
 

@@ -240,6 +240,7 @@ int __wrap_prctl(int option, ...) {
   va_end(arguments);
   if (!isInside() || option != PR_SET_NAME) return -1;
   const Outside outside;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): prctl(2) takes a name as a number.
   scheduler->current().name = reinterpret_cast<const char*>(argument);
   if (scheduler->current().name == "WAN_MONITOR") currentProcess()->watch.hasWanMonitor = true;
   place();
