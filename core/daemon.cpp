@@ -39,20 +39,11 @@ void stopFqdnMonitors() {
   v_apFqdnMonitor.clear();
 }
 
-/// While it lives, nothing is said of what the tunnels are built on; afterwards what the run has found, whatever became
-/// of it.
-class WanOfRun {
- public:
-  WanOfRun() { wanMonitor->setWanOfTunnels(std::nullopt); }
-  ~WanOfRun() { wanMonitor->setWanOfTunnels(currentWanIp); }
-  WanOfRun(const WanOfRun&) = delete;
-  WanOfRun& operator=(const WanOfRun&) = delete;
-};
-
+/// While a run is under way, nothing is known of what the tunnels are built on, and so after one that has failed.
 void performRun() {
   const ZEL::FreeMemoryReturn afterIt;
-  const WanOfRun toBeTold;
-  manageTunnels();
+  wanMonitor->setWanOfTunnels(std::nullopt);
+  if (manageTunnels()) wanMonitor->setWanOfTunnels(currentWanIp);
 }
 
 void refresh() {

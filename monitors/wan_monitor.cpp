@@ -12,6 +12,10 @@ namespace {
 
 constexpr unsigned int kCheckMilliseconds = 30000;
 
+bool isAnotherWan(const std::string& address, const std::optional<std::string>& builtOn) {
+  return !address.empty() && builtOn && address != *builtOn;
+}
+
 }  // namespace
 
 WanMonitor::WanMonitor(std::shared_ptr<ZEL::Lock> lock, std::shared_ptr<ZEL::Condition> condition,
@@ -30,19 +34,19 @@ void WanMonitor::setWanOfTunnels(std::optional<std::string> address) {
   wanOfTunnels_ = std::move(address);
 }
 
-bool WanMonitor::isReasonToRefresh(const std::string& address) {
-  if (address != lastWanIp_) return true;
+std::optional<std::string> WanMonitor::wanOfTunnels() {
   const ZEL::LockGuard guard(wanOfTunnelsLock_);
-  return !address.empty() && wanOfTunnels_ && address != *wanOfTunnels_;
+  return wanOfTunnels_;
 }
 
 void WanMonitor::run() {
   while (!isCanceled()) {
     sleep(kCheckMilliseconds);
     if (isCanceled()) return;
+    const auto builtOn = wanOfTunnels();  // before the look: what a run finds meanwhile is newer than what it will find
     const auto address = callUnlessCanceled<std::string>(ZEL::kParserStackBytes, queryCurrentWanAddress);
     if (!address) continue;  // canceled, or not asked at all
-    if (!isReasonToRefresh(*address)) {
+    if (*address == lastWanIp_ && !isAnotherWan(*address, builtOn)) {
       ZEL_LOG(TRACE, "[%s][WAN_MONITOR] WAN has not changed", kLogTag);
       continue;
     }

@@ -23,15 +23,15 @@ class WanMonitor : public ZEL::Thread {
 
   void run() override;
 
-  /// Says what the tunnels are built on: an address, "" if no run has found one, or nothing while a run is under way.
-  /// Until it is said, only the addresses of the looks are compared. Any thread, at any time.
+  /// Says what the tunnels are built on: an address, "" where the last run found none, or nothing where that is not
+  /// known. As long as it is not, only the addresses of the looks are compared. Any thread, at any time.
   void setWanOfTunnels(std::optional<std::string> address);
 
   /// The address seen last. Before the start and after the stop only.
   const std::string& lastWanIp() const { return lastWanIp_; }
 
  private:
-  bool isReasonToRefresh(const std::string& address);
+  std::optional<std::string> wanOfTunnels();
 
   std::shared_ptr<ZEL::Lock> refreshLock_;
   std::shared_ptr<ZEL::Condition> refreshCondition_;

@@ -130,9 +130,11 @@ void requireWanMonitor(const Process& daemon) {
 
 /// By itself, however looks and runs met the faults: the look under way may still have failed, the next one sees it.
 void requireWan(const Process& daemon) {
-  const auto isCurrent = [&daemon] { return daemon.watch.wanOfTunnels == world->configuration.wan; };
+  const auto isCurrent = [&daemon] {
+    return daemon.watch.wanOfTunnels.value_or(world->configuration.wan) == world->configuration.wan;
+  };
   require(!daemon.watch.hasWanMonitor || comesTrue(2 * kMonitorsHaveLooked, isCurrent),
-          "the tunnels are not built on the current WAN");
+          "what the last run has built is not built on the current WAN");
   settle();
 }
 

@@ -70,6 +70,7 @@ void orphanChildren(const Process& process) {
       ++child;
       continue;
     }
+    ruleOrphaned(child->second);
     if (child->second.followsParent) tellToEnd(child->second);
     child->second.parent = 1;
     child = child->second.dies <= timeNow() ? world->children.erase(child) : std::next(child);

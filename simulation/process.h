@@ -57,11 +57,13 @@ struct Watch {
   bool hasWanMonitor = false;
   bool threadRefused = false;
   std::size_t descriptorsAtRest = 0;
-  std::string wanOfTunnels;                 ///< that the last run has found
-  std::set<std::string> writtenFiles{};     ///< of OpenVPN tunnels, by this run
-  std::set<std::string> supervisedFiles{};  ///< by the last run that came so far
-  bool beginsPass = false;                  ///< the next ping is the first since the loop has waited
-  Time passBegan = -1;                      ///< when the last such ping was
+  bool soughtWan = false;                     ///< in this run
+  bool ranFirewall = false;                   ///< in this run, so that it has come to its end
+  std::optional<std::string> wanOfTunnels{};  ///< what the last run has found, "" for none, if it has come to its end
+  std::set<std::string> writtenFiles{};       ///< of OpenVPN tunnels, by this run
+  std::set<std::string> supervisedFiles{};    ///< by the last run that came so far
+  bool beginsPass = false;                    ///< the next ping is the first since the loop has waited
+  Time passBegan = -1;                        ///< when the last such ping was
 };
 
 class Process {

@@ -59,6 +59,11 @@ void requireEndInTime(const Process& process) {
     violate("SIGTERM, and no end after " + seconds(took) + " for which nothing but the program is the reason");
 }
 
+void runEnds(Watch& watch) {
+  watch.inRun = false;
+  if (watch.soughtWan && (currentWanIp.empty() || watch.ranFirewall)) watch.wanOfTunnels = currentWanIp;
+}
+
 }  // namespace
 
 void ruleSignalSent(Process& process, int signal) {
@@ -90,8 +95,7 @@ void ruleIdleBegins(Process& process) {
   requireEndInTime(process);
   process.watch.idle = true;
   process.watch.beginsPass = true;
-  process.watch.inRun = false;
-  process.watch.wanOfTunnels = currentWanIp;
+  if (process.watch.inRun) runEnds(process.watch);
   if (process.watch.descriptorsAtRest == 0) process.watch.descriptorsAtRest = process.openDescriptors();
 }
 
@@ -113,8 +117,15 @@ void ruleAct(Process& process, const std::string& what) {
   if (process.child == 0 && &scheduler->current() != process.main)
     violate("a thread that is not the main one acts: " + what);
   if (startsWith(what, "runs ipsec stop")) process.watch.supervisedFiles.clear();
-  if (what == "runs firewall --init") process.watch.supervisedFiles = process.watch.writtenFiles;
+  if (what == "runs firewall --init") {
+    process.watch.supervisedFiles = process.watch.writtenFiles;
+    process.watch.ranFirewall = true;
+  }
   if (startsWith(what, "runs ping ")) lookAtPing(process.watch, what);
+}
+
+void ruleAsks(Process& process, const std::string& url) {
+  if (&scheduler->current() == process.main && url == wanInfoUrl) process.watch.soughtWan = true;
 }
 
 void ruleFileWritten(Process& process, const std::string& path) {
@@ -129,6 +140,8 @@ void ruleRunBegins(Process& process) {
   watch.wanted = false;
   watch.requestOpen = kForever;
   watch.writtenFiles.clear();
+  watch.soughtWan = watch.ranFirewall = false;
+  watch.wanOfTunnels.reset();
   if (watch.runs > watch.requests + 1) violate("a run begins that nobody has requested");
   for (const auto& other : world->processes) {
     if (other.get() == &process || other->ended || !other->watch.inRun) continue;
@@ -141,6 +154,7 @@ void ruleRunBegins(Process& process) {
 /// A run that cannot even begin, for want of memory, was one: it is not repeated. One that cannot go on ends there.
 void ruleMemoryRefused(Process& process) {
   process.watch.supervisedFiles.clear();
+  process.watch.soughtWan = false;
   process.watch.requestOpen = kForever;
   process.watch.wanted = false;
 }
@@ -164,6 +178,11 @@ void ruleChildReaped(const Child& child) {
   if (child.told == kForever || child.dies <= child.told) return;
   const Time took = timeNow() - child.dies;
   if (took > kReapBound) violate("a child that has ended is seen " + seconds(took) + " later");
+}
+
+void ruleOrphaned(const Child& child) {
+  const bool isProgram = !child.arguments.empty();
+  if (isProgram && !child.followsParent) violate("a child outlives its parent, since the kernel does not tell it");
 }
 
 /// What a thread may still need must not go; a call that has ended its work needs nothing.

@@ -19,12 +19,16 @@ void ruleLockRefused(Process& process);
 void ruleIdleBegins(Process& process);
 void ruleIdleEnds(Process& process, Time since, bool timedOut);
 void ruleAct(Process& process, const std::string& what);
+/// The configuration API, for what lies at the URL.
+void ruleAsks(Process& process, const std::string& url);
 void ruleRunBegins(Process& process);
 /// The main thread is refused memory.
 void ruleMemoryRefused(Process& process);
 void ruleDaemonBegins(Process& process);
 void ruleWayCleared(Process& process);
 void ruleChildReaped(const Child& child);
+/// Its parent has ended, however that came.
+void ruleOrphaned(const Child& child);
 void ruleFileWritten(Process& process, const std::string& path);
 /// The functions that were registered for the end begin to run.
 void ruleGlobalsGo(const Process& process);

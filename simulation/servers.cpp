@@ -126,6 +126,7 @@ CURLcode __wrap_curl_easy_perform(CURL* curl) {
   const Request request = *static_cast<const Request*>(curl);
   place();
   say("asks " + request.url.substr(request.url.find("/api")));
+  ruleAsks(*currentProcess(), request.url);
   const CURLcode code = perform(request);
   if (code != CURLE_OK) say("has no answer of the API");
   place();

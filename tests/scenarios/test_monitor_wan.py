@@ -4,7 +4,7 @@ import contextlib
 
 import pytest
 
-from daemon_stories import documents, runs, wait_until_idle
+from daemon_stories import RUN_BEGINS, documents, runs, wait_until_idle
 from tunnel_records import (BAD_JSON, NO_WAN, NO_WAN_INFORMATION, TAG, TUNNELS_URL, WANS_URL, create_command, gre_tunnel,
                             ip_commands, lines, refresh, router_with, start_daemon)
 
@@ -147,14 +147,49 @@ def an_outage_that_goes_on_for_the_looks_leaves_what_a_run_has_built(router, dae
     assert runs(router, mark) == 1 and ip_commands(router, mark) == [create_command(), LINK_UP]
 
 
+def a_look_during_a_run_asks_for_no_other(router, daemon):
+    router.program("ip").on(delay=CYCLE - 15)  # longer than the monitor waits
+    router.documents["wans"] = [{"current": True, "ip": "192.0.2.9"}]
+    mark = router.mark("the WAN changes")
+    yield
+    begin = router.wait_for("log", RUN_BEGINS, since=mark, timeout=CYCLE)
+    router.program("ip").reset()
+    during = router.wait_for("log", UNCHANGED, since=begin.number, timeout=CYCLE)
+    assert not router.find("log", "v_apFqdnMonitor size", since=begin.number)
+    router.wait_for("log", "v_apFqdnMonitor size", since=during.number, timeout=CYCLE)
+    wait_until_idle(router, daemon)
+    assert runs(router, mark) == 1
+
+
+def a_run_that_failed_is_not_made_again(router, daemon):
+    router.program("ip").on(status=1)
+    router.documents["wans"] = [{"current": True, "ip": "192.0.2.9"}]
+    mark = router.mark("the WAN changes, and tunnels cannot be listed")
+    yield
+    router.wait_for("log", "error executing ip tunnel command", since=mark, timeout=CYCLE)
+    router.wait_for("log", UNCHANGED, since=mark, timeout=CYCLE)
+    wait_until_idle(router, daemon)
+    assert runs(router, mark) == 1
+
+
 def test_the_monitor_knows_on_which_wan_the_tunnels_are_built(make_router):
     with contextlib.ExitStack() as stack:
         stories = []
         for tell in (a_run_that_met_an_outage_is_made_again, a_run_that_met_another_wan_is_made_again,
-                     an_outage_that_goes_on_for_the_looks_leaves_what_a_run_has_built):
+                     an_outage_that_goes_on_for_the_looks_leaves_what_a_run_has_built,
+                     a_look_during_a_run_asks_for_no_other, a_run_that_failed_is_not_made_again):
             router = router_with(make_router, documents(gre_tunnel()))
             stack.callback(router.close)
             stories.append(tell(router, start_daemon(router)))
             next(stories[-1])
         for story in stories:
             assert next(story, "the end") == "the end"
+
+
+def test_a_first_run_that_failed_is_not_made_again(make_router):
+    router = router_with(make_router, documents(gre_tunnel(), ovpnTunnels=[{"name": [], "enabled": {}, "config": 5}]))
+    daemon = start_daemon(router)
+    assert f"{TAG} Failed read config" in lines(router, "ERROR")
+    router.wait_for("log", UNCHANGED, timeout=CYCLE)
+    wait_until_idle(router, daemon)
+    assert runs(router) == 1
