@@ -155,6 +155,7 @@ void ruleRunBegins(Process& process) {
 void ruleMemoryRefused(Process& process) {
   process.watch.supervisedFiles.clear();
   process.watch.soughtWan = false;
+  process.watch.wanOfTunnels.reset();
   process.watch.requestOpen = kForever;
   process.watch.wanted = false;
 }
