@@ -1,11 +1,14 @@
 """Many tunnels on a real kernel: how long a run takes, how long each tunnel is without packets meanwhile, what the same
 commands cost in a shell, what memory that needs, and whether all is whole again after a minute of a WAN that flaps."""
 
+import contextlib
 import itertools
 import signal
 import statistics
 import sys
 import time
+from collections.abc import Callable, Iterator
+from typing import NamedTuple
 
 from lab import shell_loop, told
 from lab.documents import Keys
@@ -17,6 +20,8 @@ from lab.topology import NEW_WAN_A, SITE_A
 
 SECONDS = 900  # for whatever is waited for: an emulated processor may have a hundred keys to agree upon
 FLAP_SECONDS, WITHOUT_WAN, WITH_WAN = 60, 7, 6
+TURNS = 3
+PRINT_LEVEL = "50"  # the service unit's; each line more is work for what records them here
 DEAD = 4  # every fourth peer, from the fourth on
 LOOP = f"{FOLDER}/loop"
 
@@ -54,6 +59,13 @@ class Probe:
         self._lab.wait("packets through all tunnels, but not", lambda: not silent(), lambda: str(sorted(silent())))
 
 
+class Measured(NamedTuple):
+    """What happened in one turn, in seconds."""
+
+    seconds: float
+    gaps: list[float]  # the longest without packets, by tunnel
+
+
 class Load:
     """One measurement, which tells what it finds."""
 
@@ -67,9 +79,8 @@ class Load:
         say(", ".join(f"{count} {kind}" for count, kind in counts) + " tunnels")
         say(f"a run without packets: {self._refresh():.2f} s")
         say(f"then a packet through each tunnel every {self._probe.start() * 1000:.0f} ms")
-        self._measure("run", self._refresh)
+        self._take_turns()
         self._weigh()
-        self._repeat_in_a_shell()
         self._flap()
 
     # ---- the parts ----
@@ -92,7 +103,7 @@ class Load:
         self._lab.deadline = time.monotonic() + SECONDS
         with self._lab.run_on(self._lab.a, cause=START):
             self._lab.a.publish()
-            self._lab.a.start()
+            require("the daemon starts", self._lab.a.invoke("--daemonize", "--printlvl", PRINT_LEVEL) == 0)
 
     def _refresh(self) -> float:
         """Returns the seconds that the run took."""
@@ -101,21 +112,51 @@ class Load:
             self._lab.a.refresh()
         return self._lab.a.run_seconds()[-1]
 
-    def _measure(self, what: str, act) -> None:
+    def _take_turns(self) -> None:
+        """The daemon's run, and the same commands in a shell. Ratios are formed within a turn, since a busy machine is not
+        always equally fast."""
+        a = self._lab.a
+        a.command("mkdir", "-p", LOOP)
+        for name, text in shell_loop.files(a.plan(), LOOP).items():
+            a.write(f"{LOOP}/{name}", text)
+        runs, loops = [], []
+        for _ in range(TURNS):
+            runs.append(self._measure(self._refresh))
+            with self._shell_in_place_of_the_daemon():
+                loops.append(self._measure(lambda: a.run_script(f"{LOOP}/{shell_loop.SCRIPT}")))
+        self._tell("run", runs)
+        self._tell("shell loop", loops)
+        say(f"run / shell loop: {middle([run.seconds / loop.seconds for run, loop in zip(runs, loops)])}")
+
+    @contextlib.contextmanager
+    def _shell_in_place_of_the_daemon(self) -> Iterator[None]:
+        """Stops the daemon, and has a shell start the openvpn processes instead of its children."""
+        a = self._lab.a
+        daemon = int(a.read(PID_FILE))
+        a.kill(daemon, signal.SIGSTOP)
+        for _, child in a.openvpn_children():
+            a.kill(child, signal.SIGKILL)
+        a.run_script(f"{LOOP}/{shell_loop.CHILDREN}")
+        yield
+        a.run_script(f"{LOOP}/{shell_loop.END}")
+        a.kill(daemon, signal.SIGCONT)
+        self._probe.wait_whole(self._all)  # its next supervision pass starts other children
+
+    def _measure(self, act: Callable[[], float]) -> Measured:
         """`act` tears all tunnels down, builds them up and returns the seconds that it took."""
         self._probe.wait_whole(self._all)
         begin = time.monotonic()
         seconds = act()
         self._probe.wait_whole(self._all)
-        gaps = self._probe.arrivals.longest_gaps(begin, time.monotonic())
-        say(f"{what}: {seconds:.2f} s; without packets: {self._by_kind(gaps)}")
+        return Measured(seconds, self._probe.arrivals.longest_gaps(begin, time.monotonic()))
 
-    def _by_kind(self, gaps: list[float]) -> str:
+    def _tell(self, what: str, turns: list[Measured]) -> None:
         found: dict[str, list[float]] = {}
-        for target, gap in zip(self._ends.targets, gaps):
-            found.setdefault(target.kind, []).append(gap)
-        return ", ".join(f"{kind} {statistics.median(gaps):.2f} s ({min(gaps):.2f}..{max(gaps):.2f})"
-                         for kind, gaps in found.items())
+        for turn in turns:
+            for target, gap in zip(self._ends.targets, turn.gaps):
+                found.setdefault(target.kind, []).append(gap)
+        gaps = ", ".join(f"{kind} {middle(gaps)} s" for kind, gaps in found.items())
+        say(f"{what}: {middle([turn.seconds for turn in turns])} s; without packets: {gaps}")
 
     def _weigh(self) -> None:
         """Resident memory, and of it what no other process has."""
@@ -135,22 +176,6 @@ class Load:
         fields = dict(line.split(":", 1) for line in self._lab.a.read(f"/proc/{pid}/smaps_rollup").splitlines()[1:])
         size = {name: int(text.split()[0]) / 1024 for name, text in fields.items()}
         return size["Rss"], size["Private_Clean"] + size["Private_Dirty"]
-
-    def _repeat_in_a_shell(self) -> None:
-        """What the daemon's next run would do, done by a shell in its place."""
-        a = self._lab.a
-        a.command("mkdir", "-p", LOOP)
-        plan = a.plan()
-        for name, text in shell_loop.files(plan, LOOP).items():
-            a.write(f"{LOOP}/{name}", text)
-        a.kill(int(a.read(PID_FILE)), signal.SIGTERM)
-        self._lab.wait("the end of the daemon", lambda: a.daemons() == [] and a.openvpn_children() == [])
-        a.run_script(f"{LOOP}/{shell_loop.CHILDREN}")
-        self._measure("shell loop", lambda: a.run_script(f"{LOOP}/{shell_loop.SCRIPT}"))
-        a.run_script(f"{LOOP}/{shell_loop.END}")
-        self._lab.wait("the end of openvpn", lambda: a.openvpn_children() == [])
-        self._start_daemon()
-        self._probe.wait_whole(self._all)
 
     def _flap(self) -> None:
         """A minute in which the WAN comes and goes, every other time with another address, a quarter of the peers being
@@ -186,6 +211,11 @@ class Load:
         require("told of every tunnel", len(status["tunnels"]) == len(self._ends.targets))
         say(f"tunnelctl tells that {sum(row['state'] == 'up' for row in status['tunnels'])} of "
                   f"{len(self._ends.targets)} tunnels are up")
+
+def middle(figures: list[float]) -> str:
+    """The median with the least and the most."""
+    return f"{statistics.median(figures):.2f} ({min(figures):.2f}..{max(figures):.2f})"
+
 
 def say(line: str) -> None:
     print(line, flush=True)

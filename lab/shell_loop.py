@@ -4,8 +4,7 @@ import shlex
 
 SCRIPT, CHILDREN, END = "run.sh", "children.sh", "end.sh"
 NOTE = "pids"
-END_CHILDREN = """kill $(cat {note})
-for pid in $(cat {note}); do while kill -0 $pid; do sleep 0.01; done; done 2>/dev/null"""
+END_CHILDREN = "for pid in $(cat {note}); do kill $pid; while kill -0 $pid; do sleep 0.01; done; done 2>/dev/null"
 
 
 def files(plan: dict, folder: str) -> dict[str, str]:

@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from lab import far_ends, probe, shell_loop
+from lab import far_ends, load, probe, shell_loop
 from lab.documents import Documents, Keys
 from lab.topology import SITE_A, SITE_B
 from test_sandbox import ROOT
@@ -24,6 +24,10 @@ def test_the_longest_gap_is_of_the_time_that_is_looked_at(times, gap):
 @pytest.mark.parametrize("rounds, seconds", [([0.001] * 3, 0.05), ([0.02, 0.03, 9.0], 0.12)])
 def test_packets_are_sent_every_50_ms_unless_that_takes_too_much(rounds, seconds):
     assert probe.interval(rounds) == pytest.approx(seconds)
+
+
+def test_figures_are_told_by_the_median_with_the_least_and_the_most():
+    assert load.middle([3.0, 1.25, 10]) == "3.00 (1.25..10.00)"
 
 
 def test_arrivals_are_told_by_tunnel_and_not_by_halves(tmp_path):
@@ -73,7 +77,7 @@ def test_the_script_does_what_the_plan_tells_in_its_order():
     assert (files["text0"], files["text1"]) == ("dev tun\n", "whole") and len(files) == 5
 
 
-def test_the_script_waits_for_the_end_of_the_children(tmp_path):
+def test_the_script_waits_for_the_end_of_each_child_before_it_ends_the_next(tmp_path):
     with contextlib.ExitStack() as stack:
         scripts = [f"trap 'sleep {seconds}; exit 5' TERM; echo; while :; do sleep 0.01; done" for seconds in (0.3, 0)]
         children = [stack.enter_context(subprocess.Popen(["sh", "-c", script], stdout=subprocess.PIPE)) for script in scripts]
@@ -85,6 +89,7 @@ def test_the_script_waits_for_the_end_of_the_children(tmp_path):
         while waiting.poll() is None:  # who is not reaped is still there
             for child in children:
                 child.poll()
+            assert children[0].returncode is not None or children[1].returncode is None
         assert [child.returncode for child in children] == [5, 5]
 
 
