@@ -3,13 +3,15 @@ package has them, beside Debian's own init systems and supervisors; and ways to 
 
 import fcntl
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
 
 import pytest
 
-from daemon_stories import MONITORS_START, PID_FILE, RUN_BEGINS, SEMAPHORE, wait_until_idle
+from daemon_stories import MONITORS_START, PID_FILE, RUN_BEGINS, SEMAPHORE, documents, gre, wait_until_idle
+from openvpn_records import tunnel
 from sandbox.process import Process
 from sandbox.router import Router
 
@@ -21,7 +23,10 @@ FOREGROUND = "/usr/libexec/tunnel_mngr-foreground"
 NO_SHARED_MEMORY = "tunnel_mngr: cannot start: there is no /dev/shm that can be written to. Mount a tmpfs there.\n"
 ENDED = "tunnel_mngr: the daemon has ended by itself.\n"
 DIRECTORIES = {"": 0o755, "/cacerts": 0o700, "/certs": 0o700, "/private": 0o700}
-STAND_INS = ("ip", "ipsec", "openvpn", "firewall", "ping")
+STAND_INS = ("ip", "ipsec", "firewall", "ping")  # openvpn is the real one
+NOBODY = 65534
+# Its openvpn becomes another user's, and so the kernel does not tell it that the daemon has ended.
+DOCUMENTS = documents(gre("one"), ovpnTunnels=[tunnel("vpn", "dev null\nlport 1195\nuser nobody\n")])
 
 
 # ---- what is installed ----
@@ -151,9 +156,18 @@ class House:
         return len(self.router.find("log", RUN_BEGINS, since=since))
 
     def wait_for_run(self, since: int) -> Process:
-        """Waits for the end of a run; returns the daemon that has made it."""
+        """Waits for the end of a run, and until the one openvpn has forgotten its parent; returns the daemon that has
+        made it."""
         self.router.wait_for("log", MONITORS_START, since=since, timeout=30)
-        return self.daemon()
+        daemon = self.daemon()
+        self.router.wait_until(lambda: self.openvpns() == [(daemon.pid, NOBODY)], "one openvpn, its child and nobody's")
+        return daemon
+
+    def openvpns(self) -> list[tuple[int, int]]:
+        """Of each openvpn its parent and its user."""
+        texts = [self.router.read_file(f"/proc/{process.pid}/status") or "" for process in self.processes("openvpn")]
+        found = [re.findall(r"^(?:PPid|Uid):\t(\d+)", text, re.MULTILINE) for text in texts]
+        return [tuple(map(int, numbers)) for numbers in found]
 
     def wait_for_end(self, process: Process) -> None:
         self.router.wait_until(lambda: not process.alive(), f"the end of {process.pid}", timeout=30)
@@ -204,3 +218,4 @@ class House:
         self.wait_for_end(daemon)
         self.router.wait_until(lambda: not self.scripts(), "the end of the script", timeout=20)
         assert not self.router.exists(self.view + PID_FILE) and not self.router.exists(self.view + SEMAPHORE)
+        self.router.wait_until(lambda: not self.processes("openvpn"), "the end of its openvpn")

@@ -5,8 +5,8 @@ import signal
 
 import pytest
 
-from daemon_stories import MONITORS_START, PID_FILE, documents, gre
-from init_systems import NO_SHARED_MEMORY, PACKAGING, House, configured, unpacked
+from daemon_stories import MONITORS_START, PID_FILE
+from init_systems import DOCUMENTS, NO_SHARED_MEMORY, PACKAGING, House, configured, unpacked
 
 
 def example(name: str) -> str:
@@ -19,7 +19,7 @@ def open_house(make_router, program, tmp_path):
     def open_house(*packages: str, files: dict[str, str]) -> House:
         for package in packages:
             unpacked(package)  # or this test is skipped, before there is a router
-        return House(make_router(documents(gre("one"))), program, tmp_path, packages, files)
+        return House(make_router(DOCUMENTS), program, tmp_path, packages, files)
     return open_house
 
 
@@ -66,7 +66,7 @@ def test_runit_without_shared_memory(runit):
 
 # ---- BusyBox init ----
 
-TOOLS = ("sh", "sleep", "grep", "ls", "mkdir", "rm", "chmod", "chown", "mount")
+TOOLS = ("sh", "sleep", "grep", "ls", "mkdir", "rm", "chmod", "chown", "tr", "mount")
 
 
 @pytest.fixture

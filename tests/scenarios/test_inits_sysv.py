@@ -5,8 +5,8 @@ import signal
 
 import pytest
 
-from daemon_stories import PID_FILE, assert_no_instance, documents, gre, times_blocked
-from init_systems import FOREGROUND, NO_SHARED_MEMORY, PACKAGING, House, unpacked
+from daemon_stories import PID_FILE, assert_no_instance, times_blocked
+from init_systems import DOCUMENTS, FOREGROUND, NO_SHARED_MEMORY, PACKAGING, House, unpacked
 from sandbox.process import Process
 
 SCRIPT = {"etc/init.d/tunnel_mngr": (PACKAGING / "tunnel_mngr.init").read_text()}
@@ -20,7 +20,7 @@ def open_house(make_router, program, tmp_path):
     def open_house(*packages: str, files: dict[str, str] | None = None) -> House:
         for package in packages:
             unpacked(package)  # or this test is skipped, before there is a router
-        return House(make_router(documents(gre("one"))), program, tmp_path, packages, SCRIPT | (files or {}))
+        return House(make_router(DOCUMENTS), program, tmp_path, packages, SCRIPT | (files or {}))
     return open_house
 
 
