@@ -28,7 +28,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(prog="scripts/boot", usage="scripts/boot [--help] [FILE]",
                                      description="The service, from its installation to its purge, under systemd.",
                                      epilog="docs/systemd.md tells what each step shows.")
-    parser.add_argument("package", metavar="FILE", type=pathlib.Path, help="a Debian package; without, one is made")
+    parser.add_argument("package", metavar="FILE", type=package.checked, help="its package; without, one is made")
     options = parser.parse_args()
     for number in (signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda number, _: sys.exit(128 + number))  # so that what must be cleaned up is

@@ -36,13 +36,20 @@ def make(guest: kernel.Kernel) -> pathlib.Path:
                 raise kernel.Unavailable(f"there is no program {program} here")
         if os.geteuid() != 0:
             raise kernel.Unavailable("only the superuser can make the disk, the first time")
-        with scratch.folder("making-", image.parent) as folder:
-            print(f"Making the disk: Debian's {SUITE}, by debootstrap", flush=True)
-            _install(folder)
-            _furnish(folder / "root", guest)
-            _run(["mke2fs", "-q", "-t", "ext4", "-d", f"{folder}/root", f"{folder}/image", SIZE])
-            (folder / "image").rename(image)
+        try:
+            _make(guest, image)
+        except OSError as error:
+            raise kernel.Unavailable(f"the disk cannot be made: {error}") from None
     return image
+
+
+def _make(guest: kernel.Kernel, image: pathlib.Path) -> None:
+    with scratch.folder("making-", image.parent) as folder:
+        print(f"Making the disk: Debian's {SUITE}, by debootstrap", flush=True)
+        _install(folder)
+        _furnish(folder / "root", guest)
+        _run(["mke2fs", "-q", "-t", "ext4", "-d", f"{folder}/root", f"{folder}/image", SIZE])
+        (folder / "image").rename(image)
 
 
 def _install(folder: pathlib.Path) -> None:

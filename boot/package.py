@@ -1,8 +1,19 @@
-"""The package for the upgrade: the same with a higher version."""
+"""The package, and that for the upgrade: the same with a higher version."""
 
+import argparse
 import pathlib
 import re
 import subprocess
+
+NAME = "tunnel-mngr"
+
+
+def checked(path: str) -> pathlib.Path:
+    """A word of the command line as the package that it must be."""
+    asked = subprocess.run(["dpkg-deb", "--field", path, "Package"], capture_output=True, text=True)
+    if asked.stdout.strip() != NAME:
+        raise argparse.ArgumentTypeError(f"{path} is no package of {NAME}")
+    return pathlib.Path(path)
 
 
 def newer(package: pathlib.Path, folder: pathlib.Path) -> pathlib.Path:

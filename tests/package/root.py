@@ -1,9 +1,8 @@
 """A Debian system to install packages in.
 
 Its root is laid over one that debootstrap has made once and that stays as it is; it has namespaces of its own, no init
-and no network. With the object, all of it is gone."""
+and no network. With the object, all of it is gone, and with this process, however it ends."""
 
-import contextlib
 import functools
 import hashlib
 import os
@@ -14,6 +13,10 @@ import tempfile
 import time
 
 import package
+import pytest
+
+from lab import scratch
+from sandbox import namespaces
 
 SUITE = "bookworm"
 # What is in the cached root beside the package's dependencies. The first makes directories as systemd does.
@@ -45,11 +48,11 @@ def base() -> pathlib.Path:
     digest = hashlib.sha256(f"{SUITE} {package.ARCHITECTURE} {depends} {DOWNLOADED}".encode()).hexdigest()[:16]
     folder = cache() / f"root-{digest}"
     if not folder.exists():
-        with tempfile.TemporaryDirectory(prefix="making-root-", dir=cache()) as fresh:
-            make(pathlib.Path(fresh) / "root", depends)
+        with scratch.folder("making-root-", cache()) as fresh:
+            make(fresh / "root", depends)
             for old in cache().glob("root-*"):
                 shutil.rmtree(old)
-            (pathlib.Path(fresh) / "root").rename(folder)
+            (fresh / "root").rename(folder)
     return folder
 
 
@@ -57,20 +60,31 @@ def make(root: pathlib.Path, depends: str) -> None:
     """Whatever these commands mount lies in a namespace of their own."""
     own = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--"]
     apt = [*own, "chroot", root, "env", "DEBIAN_FRONTEND=noninteractive", "apt-get", "-q"]
-    package.output(*own, "debootstrap", "--variant=minbase", SUITE, root)
-    package.output(*apt, "satisfy", "-y", "--no-install-recommends", depends)
-    package.output(*apt, "clean")
-    package.output(*apt, "-y", "--download-only", "install", DOWNLOADED)
+    must(*own, "debootstrap", "--variant=minbase", SUITE, root)
+    must(*apt, "satisfy", "-y", "--no-install-recommends", depends)
+    must(*apt, "clean")
+    must(*apt, "-y", "--download-only", "install", DOWNLOADED)
+
+
+def must(*command: str | os.PathLike) -> None:
+    """Without this command there is no root, and no test."""
+    result = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                            preexec_fn=namespaces.die_with_parent)
+    if result.returncode != 0:
+        lines = (result.stdout + result.stderr).strip().splitlines()
+        pytest.exit(f"the root for the package cannot be made: {lines[-1] if lines else 'nothing was said'}", 1)
 
 
 class Root:
     """`with Root() as root:` has it up in the block."""
 
     def __enter__(self) -> "Root":
-        self._folder = tempfile.mkdtemp(prefix="root-")
-        namespaces = ["unshare", "--mount", "--net", "--pid", "--ipc", "--uts", "--fork", "--kill-child"]
-        self._process = subprocess.Popen([*namespaces, "sh", "-c", FIRST_STEPS, "sh", base(), self._folder],
-                                         stdout=subprocess.PIPE, text=True)
+        lower = base()
+        self._scratch = scratch.folder("root-")
+        folder = self._scratch.__enter__()
+        own = ["unshare", "--mount", "--net", "--pid", "--ipc", "--uts", "--fork", "--kill-child"]
+        self._process = subprocess.Popen([*own, "sh", "-c", FIRST_STEPS, "sh", lower, folder], stdout=subprocess.PIPE,
+                                         text=True, preexec_fn=namespaces.die_with_parent)
         assert self._process.stdout.readline() == "up\n"
         number = self._process.pid
         self._first = pathlib.Path(f"/proc/{number}/task/{number}/children").read_text().strip()
@@ -80,8 +94,7 @@ class Root:
     def __exit__(self, *_exception) -> None:
         self._process.kill()
         self._process.wait()
-        with contextlib.suppress(OSError):
-            os.rmdir(self._folder)
+        self._scratch.__exit__(None, None, None)
 
     def call(self, *command: str) -> subprocess.CompletedProcess:
         enter = ["nsenter", f"--target={self._first}", "--mount", "--net", "--pid", "--ipc", "--uts", "--root", "--wd"]

@@ -1,8 +1,9 @@
-"""scripts/cross and scripts/static where something is missing: one sentence, nothing left behind, and the next call
-works. Programs that take the place of Debian's fail in the ways that those can."""
+"""The scripts that build where something is missing: one sentence, nothing left behind, and the next call works.
+Programs that take the place of Debian's fail in the ways that those can."""
 
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import time
@@ -61,14 +62,6 @@ def test_without_root_there_is_no_cross_build(room):
     assert "as root" in complaint(start(room, "scripts/cross", "armhf", user=NOBODY, group=NOBODY), 1)
 
 
-def test_missing_packages_are_named(room):
-    stand_in(room, "dpkg-query", "exit 1")
-    stand_in(room, "apt-get", "echo E: no network >&2; exit 100")
-    process = cross(room, "armhf")
-    out, err = process.communicate(timeout=60)
-    assert process.returncode == 1 and "apt-get could not install: debootstrap" in err
-
-
 def test_what_the_network_refuses_is_told_in_one_sentence(room):
     stand_in(room, "debootstrap", "mkdir -p base.new; echo E: nothing could be fetched; exit 1")
     err = complaint(cross(room, "armhf"), 1)
@@ -122,15 +115,119 @@ def sleepers(room: pathlib.Path) -> list[str]:
     return found
 
 
+# ---- the machine's disk, and the root that the package is tried in ----
+
+MAKE_DISK = """
+import pathlib, sys
+from boot import disk
+from lab import kernel
+try:
+    disk.make(kernel.Kernel(pathlib.Path(sys.argv[1])))
+except kernel.Unavailable as error:
+    sys.exit(str(error))
+"""
+CONTROL = "Package: tunnel-mngr\nVersion: 1\nArchitecture: all\nMaintainer: Nobody <n@example.net>\nDescription: none\n"
+
+
+def make_disk(room: pathlib.Path) -> subprocess.Popen:
+    (room / "kernel" / "boot").mkdir(parents=True, exist_ok=True)
+    (room / "kernel" / "boot" / "vmlinuz-1").touch()
+    (room / "cache" / "tunnel_mngr").mkdir(parents=True, exist_ok=True)
+    return start(room, "/usr/bin/python3", "-B", "-c", MAKE_DISK, str(room / "kernel"))
+
+
+def try_package(room: pathlib.Path) -> subprocess.Popen:
+    """What scripts/package --test does with a package that it has built."""
+    (room / "package" / "DEBIAN").mkdir(parents=True, exist_ok=True)
+    (room / "package" / "DEBIAN" / "control").write_text(CONTROL)
+    made = ["dpkg-deb", "--build", str(room / "package"), str(room / "tunnel-mngr_1_all.deb")]
+    subprocess.run(made, check=True, capture_output=True)
+    tests = ["-m", "pytest", "-p", "no:cacheprovider", "-q", "tests/package/test_lifecycle.py"]
+    return start(room, "/usr/bin/python3", "-B", *tests)
+
+
+@pytest.fixture(params=[make_disk, try_package])
+def make_root(request, room, monkeypatch) -> Callable[[pathlib.Path], subprocess.Popen]:
+    monkeypatch.setenv("ROOM", str(room))
+    monkeypatch.setenv("XDG_CACHE_HOME", str(room / "cache"))
+    monkeypatch.setenv("PACKAGE_FOLDER", str(room))
+    monkeypatch.setenv("PACKAGE_ARCHITECTURE", "all")
+    return request.param
+
+
+def told(process: subprocess.Popen) -> list[str]:
+    """The lines in which a call that fails says why."""
+    lines = "".join(process.communicate(timeout=60)).splitlines()
+    assert process.returncode == 1
+    return [line for line in lines if "cannot be made" in line]
+
+
+def test_a_root_that_the_network_refuses_is_told_in_one_sentence(room, make_root):
+    stand_in(room, "debootstrap", "echo asked >>$ROOM/asked; echo E: nothing could be fetched >&2; exit 1")
+    [line] = told(make_root(room))
+    assert "cannot be made: E: nothing could be fetched" in line
+    assert (room / "asked").read_text() == "asked\n"
+
+
+def test_a_root_that_is_half_made_keeps_the_next_call_from_nothing(room, make_root):
+    stand_in(room, "debootstrap", HALF)
+    process = make_root(room)
+    eventually((room / "interrupted").exists)
+    process.kill()
+    process.communicate(timeout=60)
+    eventually(lambda: not sleepers(room))
+    eventually(lambda: not list((room / "cache" / "tunnel_mngr").iterdir()))
+    assert str(room) not in pathlib.Path("/proc/self/mountinfo").read_text()
+    assert "begun anew" in told(make_root(room))[0]
+
+
+# ---- scripts/package, scripts/boot, scripts/static ----
+
+def test_a_package_is_built_behind_one_that_is_being_built(room, monkeypatch):
+    """Also where its script was killed."""
+    monkeypatch.setenv("ROOM", str(room))
+    tree = room / "tree"
+    for name in ("scripts/package", "scripts/lib/dependencies.sh", "scripts/lib/own_root.sh"):
+        (tree / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(TOP / name, tree / name)
+    stand_in(room, "dpkg-buildpackage", "touch $ROOM/building; until [[ -e $ROOM/enough ]]; do sleep 0.1; done; exit 1")
+    first = start(room, str(tree / "scripts/package"))
+    eventually((room / "building").exists)
+    first.kill()
+    second = start(room, str(tree / "scripts/package"))
+    assert second.stdout.readline() == "Waiting for another call that builds here\n"
+    (room / "enough").touch()
+    assert complaint(second, 1) == "The package could not be built.\n"
+    first.communicate(timeout=60)
+
+
+@pytest.mark.parametrize("script, status", [("scripts/cross", 1), ("scripts/package", 1), ("scripts/boot", 77)])
+def test_missing_packages_are_named(room, script, status):
+    stand_in(room, "dpkg-query", "exit 1")
+    stand_in(room, "apt-get", "echo E: no network >&2; exit 100")
+    process = start(room, script, *(["armhf"] if script == "scripts/cross" else []))
+    _, err = process.communicate(timeout=60)
+    assert process.returncode == status and "apt-get could not install: " in err
+
+
+def test_the_package_is_not_tried_without_root(room):
+    assert "as root" in complaint(start(room, "scripts/package", "--test", user=NOBODY, group=NOBODY), 1)
+
+
+def test_a_machine_is_not_started_for_what_is_no_package(room):
+    process = start(room, "scripts/boot", "README.md")
+    _, err = process.communicate(timeout=60)
+    assert process.returncode == 2 and err.endswith("README.md is no package of tunnel-mngr\n")
+
+
 def test_the_static_build_says_what_could_not_be_fetched(room):
     stand_in(room, "apt-get", "echo E: no network >&2; exit 100")
     assert "E: no network" in complaint(start(room, "scripts/static", "--folder", str(room / "static")), 1)
 
 
-
-@pytest.mark.parametrize("said, told", [("all is well\\nlast words\\n\\n", "last words"),
+@pytest.mark.parametrize("said, last", [("all is well\\nlast words\\n\\n", "last words"),
                                         ("CMake Error: no such compiler\\nmore\\n", "CMake Error: no such compiler")])
-def test_what_failed_is_told_whatever_its_words_are(room, said, told):
+def test_what_failed_is_told_whatever_its_words_are(room, said, last):
     script = f"source scripts/lib/narration.sh; narrate it {room}/log; begin Trying; printf '{said}'; false"
     err = complaint(start(room, "bash", "-euo", "pipefail", "-c", script), 1)
-    assert err == f"it: failed at: Trying: {told}; all of it is in {room}/log\n"
+    assert err == f"it: failed at: Trying: {last}; all of it is in {room}/log\n"
