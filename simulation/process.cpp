@@ -55,7 +55,7 @@ void runMain(Process& process) {
   } catch (const std::exception& exception) {
     // The loop of a daemon is what catches exceptions.
     const Faults& faults = world->faults;
-    const bool isExplained = faults.has(FaultKind::kNoMemory) ||
+    const bool isExplained = process.watch.memoryRefused ||  // if only before the exception had come so far
                              (!process.detached && (faults.has(FaultKind::kNoDescriptor) || isAboutTypes(exception)));
     if (!isExplained) violate(std::string("an exception leaves main: ") + exception.what());
     say(std::string("an exception leaves main: ") + exception.what());

@@ -56,6 +56,7 @@ struct Watch {
   bool wanted = false;
   bool hasWanMonitor = false;
   bool threadRefused = false;
+  bool memoryRefused = false;  ///< to its main thread
   std::size_t descriptorsAtRest = 0;
   bool soughtWan = false;                     ///< in this run
   bool ranFirewall = false;                   ///< in this run, so that it has come to its end

@@ -153,6 +153,7 @@ void ruleRunBegins(Process& process) {
 
 /// A run that cannot even begin, for want of memory, was one: it is not repeated. One that cannot go on ends there.
 void ruleMemoryRefused(Process& process) {
+  process.watch.memoryRefused = true;
   process.watch.supervisedFiles.clear();
   process.watch.soughtWan = false;
   process.watch.wanOfTunnels.reset();
