@@ -16,8 +16,8 @@ inRoot() { unshare --mount scripts/lib/in_root.sh "$folder" "$@"; }
 
 aptGet() { inRoot "$1" env DEBIAN_FRONTEND=noninteractive apt-get -q -y "${@:2}"; }
 
-# A root gets its name when all is in it, so that whatever an interrupted call has left is made again. All of them begin
-# as copies of one, which has what none of the architectures changes.
+# A root has its name only while all in it is whole, so that whatever an interrupted call has left is made again. All of
+# them begin as copies of one, which has what none of the architectures changes.
 makeBase() {
   rm -rf "$folder/base.new"
   mkdir -p "$folder/packages" "$folder/archives/partial"
@@ -73,8 +73,10 @@ buildPackage() {
   mkdir -p "$own/package/source"
   tar --create --anchored --exclude=./build --exclude=./.cache --exclude=./.git . |
     tar --extract --directory "$own/package/source"
-  aptGet "$architecture/root" --host-architecture "$architecture" --build-profiles cross,nocheck build-dep \
+  mv "$own/root" "$own/root.new" # as long as it is changed
+  aptGet "$architecture/root.new" --host-architecture "$architecture" --build-profiles cross,nocheck build-dep \
     "/cross/$architecture/package/source"
+  mv "$own/root.new" "$own/root"
   inRoot "$architecture/root" env --chdir "/cross/$architecture/package/source" DEB_BUILD_OPTIONS=nocheck \
     PATH=/usr/lib/ccache:/usr/sbin:/usr/bin:/sbin:/bin \
     dpkg-buildpackage --no-sign --build=binary --jobs=auto --host-arch "$architecture" --build-profiles=cross,nocheck

@@ -34,22 +34,21 @@ requirePackages() {
   if ((${#missing[@]} == 0)); then return 0; fi
 
   if ! command -v apt-get >/dev/null || ((EUID != 0)); then
-    echo "Missing: ${missing[*]}" >&2
-    echo "These are names of Debian packages. Install them, or run this as root where there is apt-get." >&2
+    echo "These Debian packages are missing: ${missing[*]}; install them, or run this as root where there is apt-get" >&2
     return 1
   fi
   echo "Installing ${missing[*]}"
   installPackages "${missing[@]}"
 }
 
-# Nobody is asked anything, and what apt-get prints is of interest only when it fails.
+# Nobody is asked anything, and what apt-get prints is of interest only when it fails. What was wrong is one sentence.
 installPackages() {
   local log status=0
   log=$(mktemp)
   local aptGet=(env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300)
   { "${aptGet[@]}" update && "${aptGet[@]}" install -y --no-install-recommends --no-remove "$@"; } \
     >"$log" 2>&1 </dev/null || status=1
-  ((status == 0)) || { cat "$log" >&2 && echo "apt-get could not install: $*" >&2; }
+  ((status == 0)) || { cat "$log" && echo "apt-get could not install: $*" >&2; }
   rm -f "$log"
   return $status
 }
