@@ -84,6 +84,12 @@ buildPackage() {
   rm -rf "$own/package"
 }
 
+# No linker's warning ends a build.
+refuseLinkerWarnings() {
+  local warnings
+  if warnings=$(grep 'ld: warning: ' "$own/log"); then echo "Error: $warnings" && return 1; fi
+}
+
 # Some kernels run some foreign programs themselves, as one for x86-64 does those of i386.
 runTests() {
   local emulator=()
@@ -119,6 +125,7 @@ if [[ $libraries == packages ]]; then
   begin "Building the package for $architecture"
   buildPackage
 fi
+refuseLinkerWarnings
 begin "Running the unit tests for $architecture"
 rm -f "$own/unit_tests.xml"
 status=0

@@ -29,8 +29,10 @@ bool refuseSystemCall(long call, int error, std::optional<std::uint32_t> firstAr
   constexpr std::uint16_t kLoad = BPF_LD | BPF_W | BPF_ABS;
   constexpr std::uint16_t kCompare = BPF_JMP | BPF_JEQ | BPF_K;
   constexpr std::uint16_t kReturn = BPF_RET | BPF_K;
-  // Without an argument to look at, the comparison is that of the call's number again.
-  const auto argumentOffset = firstArgument ? offsetof(seccomp_data, args) : offsetof(seccomp_data, nr);
+  // An argument has 64 bits on every processor, of which the lower 32 are compared. Without an argument to look at, the
+  // comparison is that of the call's number again.
+  constexpr std::size_t kLowerHalf = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? sizeof(std::uint32_t) : 0;
+  const auto argumentOffset = firstArgument ? offsetof(seccomp_data, args) + kLowerHalf : offsetof(seccomp_data, nr);
   std::array<sock_filter, 6> rules{{{kLoad, 0, 0, offsetof(seccomp_data, nr)},
                                     {kCompare, 0, 3, number},
                                     {kLoad, 0, 0, static_cast<std::uint32_t>(argumentOffset)},
