@@ -11,7 +11,8 @@ narrate() {
 
 begin() {
   doing=$1
-  echo "$doing" | tee /dev/fd/3
+  echo "$doing"
+  echo "$doing" >&3
 }
 
 explainFailure() {

@@ -1,6 +1,6 @@
 """The scripts that build where something is missing: one sentence, nothing left behind, and the next call works.
-Programs that take the place of Debian's fail in the ways that those can. scripts/cross and scripts/static are copies: they
-work in the folder above their own, which is to hold no more afterwards than it did before."""
+Programs that take the place of Debian's fail in the ways that those can. scripts/cross and scripts/static are copies:
+they work in the folder above their own, which is to hold no more afterwards than it did before."""
 
 import os
 import pathlib
@@ -252,7 +252,8 @@ def test_a_machine_is_not_started_for_what_is_no_package(room):
 
 def test_the_static_build_says_what_could_not_be_fetched(room):
     stand_in(room, "apt-get", "echo E: no network >&2; exit 100")
-    assert "E: no network" in complaint(start(room, "scripts/static", "--folder", str(room / "static"), top=room / "top"), 1)
+    process = start(room, "scripts/static", "--folder", str(room / "static"), top=room / "top")
+    assert "E: no network" in complaint(process, 1)
 
 
 @pytest.mark.parametrize("said, last", [("all is well\\nlast words\\n\\n", "last words"),
@@ -261,3 +262,11 @@ def test_what_failed_is_told_whatever_its_words_are(room, said, last):
     script = f"source scripts/lib/narration.sh; narrate it {room}/log; begin Trying; printf '{said}'; false"
     err = complaint(start(room, "bash", "-euo", "pipefail", "-c", script), 1)
     assert err == f"it: failed at: Trying: {last}; all of it is in {room}/log\n"
+
+
+def test_what_is_begun_is_added_to_a_file(room):
+    begun = "source scripts/lib/narration.sh; echo Before; narrate it $0/log; begin Trying; begin Succeeding"
+    with open(room / "out", "w", encoding="utf-8") as out:
+        subprocess.run(["bash", "-euo", "pipefail", "-c", begun, room], cwd=room / "top", check=True, stdout=out)
+    assert (room / "out").read_text().split() == ["Before", "Trying", "Succeeding"]
+    assert (room / "log").read_text().split() == ["Trying", "Succeeding"]

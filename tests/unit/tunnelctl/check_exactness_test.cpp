@@ -29,8 +29,7 @@ enum class End { kOpenvpn, kPull, kGre, kIpsec, kNone };
 
 void say(int, const char*, const std::string&) {}
 
-std::string answerTo(const Json::Value& documents, const std::string& url) {
-  const Json::Value& result = url == wanInfoUrl ? documents["wans"] : documents;
+std::string answerOf(const Json::Value& result) {
   return R"({"code":200,"result":)" + textOf(result) + "}";
 }
 
@@ -45,7 +44,9 @@ bool hasRun(const NotingEffects& deeds, const std::string& beginning) {
 End endOfRun(const Json::Value& documents) {
   NotingEffects deeds;
   const ActingAs noting(deeds);
-  const AnsweringRequests answers([&](const std::string& url) { return answerTo(documents, url); });
+  const std::string wans = answerOf(documents["wans"]);
+  const std::string all = answerOf(documents);
+  const AnsweringRequests answers([&](const std::string& url) { return url == wanInfoUrl ? wans : all; });
   const ResolvingNames names([](const std::string&) { return Resolution{"203.0.113.1", 0}; });
   ZEL::Logger::handTo(say);
   End end = End::kNone;

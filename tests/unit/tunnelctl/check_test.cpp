@@ -187,7 +187,8 @@ TEST(Check, isNotSlowWithManyTunnelsThatOverlap) {
 }  // namespace
 
 Json::Value soundDocuments() {
-  return jsonOf(kSound);
+  static const Json::Value documents = jsonOf(kSound);
+  return documents;
 }
 
 Json::Value changed(const std::string& changes) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/harness/child_process.h"
 #include "tests/unit/harness/private_system.h"
 #include "tests/unit/ipsec/temporary_directory.h"
 
@@ -93,16 +93,19 @@ TEST(ReadProcesses, readsThemInTheirOrder) {
 
 TEST(ReadProcesses, leavesOutThoseOfContainers) {
   SKIP_WITHOUT_NAMESPACES();
-  const pid_t pid = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD | CLONE_NEWPID, nullptr, nullptr, nullptr, nullptr));
-  if (pid == 0) {
-    pause();
-    _exit(0);
-  }
-  ASSERT_GT(pid, 0);
-  EXPECT_TRUE(std::filesystem::exists("/proc/" + std::to_string(pid)));
-  EXPECT_FALSE(isAmong(readProcesses(), pid));
-  kill(pid, SIGKILL);
-  EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+  checkInChild([] {
+    ASSERT_EQ(unshare(CLONE_NEWPID), 0);  // for its children, while it stays where it is
+    const pid_t pid = fork();
+    if (pid == 0) {
+      pause();
+      _exit(0);
+    }
+    ASSERT_GT(pid, 0);
+    EXPECT_TRUE(std::filesystem::exists("/proc/" + std::to_string(pid)));
+    EXPECT_FALSE(isAmong(readProcesses(), pid));
+    kill(pid, SIGKILL);
+    EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+  });
 }
 
 }  // namespace
