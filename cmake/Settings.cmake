@@ -67,8 +67,8 @@ if(CMAKE_BUILD_TYPE STREQUAL MinSizeRel)
     #error
     #endif
     int main() {}" TUNNEL_MNGR_READS_PACKED_RELOCATIONS)
-  # A linker that cannot do it for the processor only warns that it has ignored it.
-  check_linker_flag(CXX -Wl,-z,pack-relative-relocs,--fatal-warnings TUNNEL_MNGR_PACKS_RELOCATIONS)
+  # A linker that cannot do it for the processor only warns that it has ignored it, as soon as it reads the option.
+  check_linker_flag(CXX -Wl,--fatal-warnings,-z,pack-relative-relocs TUNNEL_MNGR_PACKS_RELOCATIONS)
   if(TUNNEL_MNGR_READS_PACKED_RELOCATIONS AND TUNNEL_MNGR_PACKS_RELOCATIONS)
     set(packed_relocations -Wl,-z,pack-relative-relocs)
   endif()
