@@ -1,5 +1,9 @@
 # Debian's sources of the two libraries, and their smallest builds. To be sourced by a bash script.
 
+# tied COMMAND...: runs it, and has it end when this script is killed. ninja takes its compilers along then, which cmake
+# would not have it do.
+tied() { setpriv --pdeathsig TERM "$@"; }
+
 # fetchDebianSources FOLDER PACKAGE...: leaves each package's source, with Debian's patches, in FOLDER/PACKAGE. apt-get
 # gets lists, cache and state of its own below FOLDER, so nothing on the machine changes and nobody need be root. They
 # come from where the machine has its packages. What is there already is not fetched again.
@@ -18,13 +22,14 @@ fetchDebianSources() {
   echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror bookworm main" \
     >"$folder/apt/sources.list"
   local apt=$folder/apt
-  local aptGet=(apt-get -q -o Dir::Etc::SourceList="$apt/sources.list" -o Dir::Etc::SourceParts=-
+  local options=(-q -o Dir::Etc::SourceList="$apt/sources.list" -o Dir::Etc::SourceParts=-
     -o Dir::Etc::Preferences=- -o Dir::Etc::PreferencesParts=- -o Dir::State::Lists="$apt/lists" -o Dir::Cache="$apt"
     -o Dir::State::status=/dev/null -o APT::Sandbox::User=)
-  "${aptGet[@]}" -o APT::Update::Error-Mode=any update
+  tied apt-get "${options[@]}" -o APT::Update::Error-Mode=any update
   for package in "${missing[@]}"; do
     mkdir "$folder/$package.new"
-    (cd "$folder/$package.new" && "${aptGet[@]}" --download-only source "$package" && dpkg-source -x ./*.dsc unpacked)
+    tied env --chdir "$folder/$package.new" apt-get "${options[@]}" --download-only source "$package"
+    tied dpkg-source -x "$folder/$package.new"/*.dsc "$folder/$package.new/unpacked"
     mv "$folder/$package.new/unpacked" "$folder/$package"
     rm -r "$folder/$package.new"
   done
@@ -71,6 +76,6 @@ leaveStreamsOut() {
 buildLibrary() {
   local source=$1 folder=$2
   shift 2
-  cmake -S "$source" -B "$folder" "$@"
-  cmake --build "$folder" --parallel "$(nproc)" --target install
+  tied cmake -S "$source" -B "$folder" "$@"
+  tied ninja -C "$folder" -j "$(nproc)" install
 }

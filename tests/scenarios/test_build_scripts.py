@@ -250,10 +250,44 @@ def test_a_machine_is_not_started_for_what_is_no_package(room):
     assert process.returncode == 2 and err.endswith("README.md is no package of tunnel-mngr\n")
 
 
+def static(room: pathlib.Path) -> subprocess.Popen:
+    return start(room, "scripts/static", "--folder", str(room / "static"), top=room / "top")
+
+
 def test_the_static_build_says_what_could_not_be_fetched(room):
     stand_in(room, "apt-get", "echo E: no network >&2; exit 100")
-    process = start(room, "scripts/static", "--folder", str(room / "static"), top=room / "top")
-    assert "E: no network" in complaint(process, 1)
+    assert "E: no network" in complaint(static(room), 1)
+
+
+HANGING = """
+[[ $1 != indextargets ]] || { echo http://debian.example.net; exit; }
+[[ ! -e $ROOM/interrupted ]] || { echo "E: begun anew"; exit 1; }
+touch "$ROOM/interrupted"
+exec sleep 4711
+"""
+
+
+def test_a_static_build_that_is_killed_while_it_fetches_can_be_called_again(room, monkeypatch):
+    stand_in(room, "apt-get", HANGING)
+    kill_and_call_again(room, monkeypatch)
+
+
+def test_a_static_build_that_is_killed_while_it_builds_can_be_called_again(room, monkeypatch):
+    for path in ("libjsoncpp/include/json/config.h", "libjsoncpp/src/lib_json/json_value.cpp", "curl/CMakeLists.txt"):
+        (room / "static" / "sources" / path).parent.mkdir(parents=True)
+        (room / "static" / "sources" / path).touch()
+    stand_in(room, "cmake", "true")
+    stand_in(room, "ninja", HANGING)
+    kill_and_call_again(room, monkeypatch)
+
+
+def kill_and_call_again(room: pathlib.Path, monkeypatch) -> None:
+    monkeypatch.setenv("ROOM", str(room))
+    process = static(room)
+    eventually((room / "interrupted").exists)
+    process.kill()
+    process.communicate(timeout=60)
+    assert "E: begun anew" in complaint(static(room), 1)
 
 
 @pytest.mark.parametrize("said, last", [("all is well\\nlast words\\n\\n", "last words"),
