@@ -74,7 +74,7 @@ std::string nameOf(const Process& process) {
 /// Nobody runs: what the next start will make of what is left.
 std::vector<std::string> remains(const Facts& facts) {
   const Process* const named = processOf(namedPid(facts), facts);
-  const std::string semaphore = "/dev/shm/sem." + instanceName;
+  const std::string semaphore = kSemaphores + instanceName;
   if (!facts.marks.hasSemaphore && facts.marks.pidFile)
     return {pidFilePath + " is left over, which does no harm; the next start writes it anew"};
   if (!facts.marks.hasSemaphore) return {};

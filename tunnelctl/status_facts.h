@@ -12,6 +12,13 @@
 #include "tunnelctl/processes.h"
 #include "tunnelctl/status_configuration.h"
 
+/// Where the C library keeps semaphores; their names follow at once.
+#ifdef __GLIBC__
+constexpr const char* kSemaphores = "/dev/shm/sem.";
+#else
+constexpr const char* kSemaphores = "/dev/shm/";
+#endif
+
 /// What an instance leaves for others to find (core/single_instance.h).
 struct InstanceMarks {
   bool hasSemaphore = false;

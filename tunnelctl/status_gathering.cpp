@@ -28,7 +28,6 @@
 namespace {
 
 constexpr const char* kRunFolder = "/var/run";
-constexpr const char* kSemaphores = "/dev/shm/sem.";
 constexpr const char* kDeviceCounters = "/proc/net/dev";
 
 /// Performs a call that may block for long. False when the time has passed; the call is then left to itself, so it must

@@ -20,9 +20,13 @@ def pytest_addoption(parser):
     parser.addoption("--tunnel-mngr", help="path of the program under test; the variable TUNNEL_MNGR sets it, too")
 
 
-def pytest_configure():
-    """Whoever runs the tests may ignore signals, as a shell has its background jobs do, and nohup. What the tests start
+def pytest_configure(config):
+    """The modules of the tests, which ask about the program, know it from the variable.
+
+    Whoever runs the tests may ignore signals, as a shell has its background jobs do, and nohup. What the tests start
     would inherit that."""
+    if path := config.getoption("--tunnel-mngr", None):
+        os.environ["TUNNEL_MNGR"] = path
     defaults = {signal.SIGINT: signal.default_int_handler, signal.SIGQUIT: signal.SIG_DFL, signal.SIGHUP: signal.SIG_DFL}
     for number, handler in defaults.items():
         if signal.getsignal(number) is signal.SIG_IGN:
@@ -30,9 +34,9 @@ def pytest_configure():
 
 
 @pytest.fixture
-def program(request) -> str:
+def program() -> str:
     """The path of the program under test. Without it there is an error: a skipped test looks like a passed one."""
-    path = request.config.getoption("--tunnel-mngr", None) or os.environ.get("TUNNEL_MNGR")
+    path = os.environ.get("TUNNEL_MNGR")
     if not path or not os.access(path, os.X_OK):
         raise pytest.UsageError(f"no program to test: set TUNNEL_MNGR or --tunnel-mngr (now {path!r})")
     return path

@@ -6,13 +6,14 @@ import signal
 import subprocess
 import time
 
+import c_library
 from sandbox.process import Process
 from sandbox.router import Router
 from sandbox.timeline import Event
 
 PID_FILE = "/run/tunnel_mngr.pid"
 PID_FILE_AS_LOGGED = "/var/run/tunnel_mngr.pid"
-SEMAPHORE = "/dev/shm/sem.TUNNEL_MANAGER"
+SEMAPHORE = c_library.semaphore()
 SYSTEM_LOG = "/dev/log"
 
 RUN_BEGINS = "[TUNNEL_MNGR] MANAGING TUNNELS"

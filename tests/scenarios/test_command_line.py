@@ -1,10 +1,10 @@
 """Command line: options choose the mode and the print level, and what cannot be understood is reported."""
 
-import pathlib
 import signal
 
 import pytest
 
+from c_library import is_musl
 from daemon_stories import PID_FILE, RUN_BEGINS, SEMAPHORE, assert_no_instance, preloaded
 from sandbox.router import Router
 
@@ -71,12 +71,6 @@ def test_the_last_print_level_counts(router, arguments, lines):
 
 # ---- what is no option of the program's ----
 
-def says_as_musl(program: str) -> bool:
-    """Whether the executable has musl's words for options, or names that as its C library; else they are glibc's."""
-    contents = pathlib.Path(program).read_bytes()
-    return any(text in contents for text in (b": unrecognized option: ", b"/ld-musl-"))
-
-
 @pytest.mark.parametrize("arguments, glibc, musl", [
     (["--nonsense"], "unrecognized option '--nonsense'", "unrecognized option: nonsense"),
     (["-x"], "invalid option -- 'x'", "unrecognized option: x"),
@@ -85,7 +79,7 @@ def says_as_musl(program: str) -> bool:
     (["--daemonize=now"], "option '--daemonize' doesn't allow an argument", "option does not take an argument: daemonize")])
 def test_an_unknown_option_is_reported_and_ignored(router, program, arguments, glibc, musl):
     """The words are the C library's."""
-    complaint = musl if says_as_musl(program) else glibc
+    complaint = musl if is_musl(program) else glibc
     done = router.run(*arguments)
     assert (done.status, done.stdout, done.stderr) == (0, "", f"{router.program_path}: {complaint}\n")
     assert_one_run_was_made(router)

@@ -5,6 +5,7 @@ import signal
 
 import pytest
 
+from c_library import SEMAPHORES
 from daemon_stories import MONITORS_START, PID_FILE, SEMAPHORE, assert_no_instance, wait_until_idle
 from init_systems import DOCUMENTS, ENDED, FOREGROUND, NO_SHARED_MEMORY, House
 from sandbox.process import Process
@@ -124,9 +125,9 @@ def test_a_single_run_is_waited_for(house):
     assert not house.router.find("log", "Signaling to process")
 
 
-@pytest.mark.parametrize("name", [SEMAPHORE, "/dev/shm/TUNNEL_MANAGER"])
+@pytest.mark.parametrize("name", SEMAPHORES)
 def test_who_has_the_semaphore_open_is_at_work(house, name):
-    """The second name is another C library's; whoever has it open there keeps the script from starting, too."""
+    """One of the names is another C library's; whoever has it open there keeps the script from starting, too."""
     holder = house.router.spawn(["/usr/bin/python3", "-c", HOLDER, name])
     house.router.wait_until(lambda: holder.stdout == "open\n", "the semaphore")
     script = start(house)

@@ -7,7 +7,7 @@ import pathlib
 import pytest
 
 from companion import companion
-from daemon_stories import preloaded
+from daemon_stories import SEMAPHORE, preloaded
 from generated_documents import documents
 from ipsec_records import certificate_tunnel
 from plan_exactness import SHIM, Comparison, plan, snapshot
@@ -121,7 +121,7 @@ def test_a_plan_changes_nothing(planning):
     run_companion(planning, "plan", "--from", "/run/tunnels.json")
     assert planning.command_texts() == ["ip tunnel"]
     assert snapshot(planning) == before and planning.find("exec", program="openvpn") == []
-    assert not planning.exists("/dev/shm/sem.TUNNEL_MANAGER") and not planning.exists("/run/tunnel_mngr.pid")
+    assert not planning.exists(SEMAPHORE) and not planning.exists("/run/tunnel_mngr.pid")
 
 
 @pytest.mark.parametrize("words", [[], ["--json"]], ids=["text", "JSON"])

@@ -6,7 +6,7 @@ import signal
 import pytest
 
 from companion import companion
-from daemon_stories import PID_FILE
+from daemon_stories import PID_FILE, SEMAPHORE
 from sandbox.router import PROGRAM_PATH
 from status_stories import ASK_IPSEC, LIST_DEVICES, LIST_ROUTES, NAMES, Station, tell_ipsec, write_statuses
 from tunnel_records import REMOTE, WAN
@@ -35,7 +35,7 @@ def test_without_the_daemon_the_rest_is_told_and_what_the_next_start_will_do(sta
     done = station.status()
     assert done.status == 1
     assert " ".join(done.stdout.split()).startswith(
-        "Daemon does not run /dev/shm/sem.TUNNEL_MANAGER and /var/run/tunnel_mngr.pid belong to nobody: the next start removes "
+        f"Daemon does not run {SEMAPHORE} and /var/run/tunnel_mngr.pid belong to nobody: the next start removes "
         "what is left and fails with 1, the one after works API answers")
     assert station.broken() == dict.fromkeys(
         ["depot", "tls"], "down: no child: the daemon does not run, and its children end with it")
@@ -50,7 +50,7 @@ def test_a_pid_file_that_names_another_process_is_told(station):
     station.router.write_file(PID_FILE, f"{victim.pid}\n")
     told = json.loads(station.status("--json").stdout)["daemon"]
     assert told == {"running": False, "singleRun": False, "pid": None, "startedAt": None, "printLevel": None, "remarks": [
-        f"/dev/shm/sem.TUNNEL_MANAGER is left over, and /var/run/tunnel_mngr.pid names process {victim.pid} (sleep): the next "
+        f"{SEMAPHORE} is left over, and /var/run/tunnel_mngr.pid names process {victim.pid} (sleep): the next "
         "start sends SIGHUP to it and ends; remove both files"]}
     assert station.router.run().status == 0 and victim.wait_exit() == -signal.SIGHUP  # what was foretold
 
