@@ -82,7 +82,10 @@ class Keeper:
                 return
             # While the child is a zombie, its own children have already come here.
             daemons = self._adopt() if self._roles.get(child.si_pid) == "program" else []
-            os.waitpid(child.si_pid, 0)
+            try:
+                os.waitpid(child.si_pid, 0)
+            except ChildProcessError:
+                continue  # a thread of this process, which had started it, was faster
             role = self._roles.get(child.si_pid, "orphan")
             status = child.si_status if child.si_code == os.CLD_EXITED else -child.si_status
             self._recorder.record("exit", role, pid=child.si_pid, status=status, daemons=daemons)
