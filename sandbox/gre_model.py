@@ -88,6 +88,7 @@ class GreModel:
             if other.name == tunnel.name or (other.remote, other.local) == (tunnel.remote, tunnel.local):
                 raise Refused(1, 'add tunnel "gre0" failed: File exists')
         self._loaded = True
+        self._links.forget(tunnel.name)  # whatever was told of the name before it had a device
         self.tunnels.append(tunnel)
 
     def _delete(self, name: str) -> None:

@@ -6,8 +6,10 @@ import json
 import os
 import shlex
 import stat
+from collections.abc import Callable
 
 from sandbox.gre_model import GreModel
+from sandbox.link_model import LIST_LINKS, LIST_ROUTES
 from sandbox.router import Router
 
 from bench.companion import service_status
@@ -20,7 +22,8 @@ CALM_NAME = "[TUNNEL_MNGR][FQDN_MONITOR] FQDN has not changed"
 PING = "[OVPN] ping "  # each ping of a far end is told as an error, whatever its outcome
 LOOKS = 20  # at threads and descriptors, of which a look-up under way has more
 LAST_WAN = 200  # the WAN that the daemon is to find by itself
-FOLDERS = ("/run", "/run/ipsec", "/run/ipsec/cacerts", "/run/ipsec/certs", "/run/ipsec/private", "/dev/shm")
+KEY_FOLDERS = ("/run/ipsec/cacerts", "/run/ipsec/certs", "/run/ipsec/private")
+FOLDERS = ("/run", "/run/ipsec", *KEY_FOLDERS, "/dev/shm")
 POINT_STATUS = "OpenVPN STATISTICS\nUpdated,2026-11-21 15:57:41\nTUN/TAP read bytes,192\nTUN/TAP write bytes,96\n" \
                "TCP/UDP read bytes,3063\nTCP/UDP write bytes,3007\nAuth read bytes,96\nEND\n"
 
@@ -137,22 +140,38 @@ def require_planned_router(world: World, planned: dict) -> None:
         if found is not None:
             mode = stat.S_IMODE(router.stat(os.path.normpath(path))["mode"])
             assert mode == int(file.get("mode", "0644"), 8), f"{path} has the mode {mode:04o}"
-    certificates = {os.path.basename(path) for path, file in planned["files"].items()
-                    if "/certs/" in path and file["after"] is not None}
-    assert set(router.list_folder("/run/ipsec/certs")) == certificates, f"there are other certificates than {certificates}"
-    kernel = GreModel()
-    for act in planned["acts"]:
-        if act.get("run", "").startswith("ip tunnel add"):
-            kernel.answer(shlex.split(act["run"])[1:])
-    found, expected = tunnels_of(router.gre_listing()), tunnels_of(kernel.listing())
-    assert found == expected, f"the kernel has {found}, planned are {expected}"
+    for folder in KEY_FOLDERS:
+        names = {os.path.basename(path) for path, file in planned["files"].items()
+                 if os.path.normpath(path).startswith(f"/var{folder}/") and file["after"] is not None}
+        found = set(router.list_folder(folder))
+        assert found == names, f"{folder} holds {found}, planned are {names}"
+    require_planned_kernel(router, planned)
     started = collections.Counter(" ".join(act["start"]) for act in planned["acts"] if "start" in act)
     there = collections.Counter(" ".join(router.process(pid).facts()["argv"]) for pid in living(world))
     assert there == started, f"these children are there: {there}, planned are {started}"
 
 
-def tunnels_of(listing: str) -> list[str]:
-    return [line for line in listing.splitlines() if not line.startswith("gre0:")]
+def require_planned_kernel(router: Router, planned: dict) -> None:
+    """The GRE tunnels, their state, addresses and routes are as the planned commands make them."""
+    kernel = GreModel()
+    for act in planned["acts"]:
+        words = shlex.split(act.get("run", ""))
+        if words[:1] == ["ip"]:
+            kernel.answer(words[1:])
+    found = kernel_of(lambda words: router.exec(["/run/sandbox/bin/ip", *words]).stdout)
+    expected = kernel_of(lambda words: kernel.answer(words)[1])
+    for what, planned_part in expected.items():
+        assert found[what] == planned_part, f"the kernel has the {what} {found[what]}, planned are {planned_part}"
+
+
+def kernel_of(ask: Callable[[list[str]], str]) -> dict[str, list]:
+    """What `ip` tells of the GRE tunnels. The first of them brings along a device that nobody has asked for."""
+    tunnels = [line for line in ask(["tunnel"]).splitlines() if not line.startswith("gre0:")]
+    links = [link for link in json.loads(ask(LIST_LINKS))
+             if link.get("linkinfo", {}).get("info_kind") == "gre" and link["ifname"] != "gre0"]
+    names = {link["ifname"] for link in links}
+    return {"tunnels": tunnels, "links": links,
+            "routes": [route for route in json.loads(ask(LIST_ROUTES)) if route.get("dev") in names]}
 
 
 def require_harmless_modes(router: Router) -> None:

@@ -145,8 +145,8 @@ class World:
             self.router.exec(["/run/sandbox/bin/ip", *words])
 
     def stray_files(self) -> None:
-        for path in ("/run/ipsec/certs/stray.pem", "/run/ipsec/ipsec.conf", "/run/openvpn_stray.conf"):
-            self.router.write_file(path, "stray\n")
+        for path in ("cacerts/stray.pem", "certs/stray.pem", "private/stray.pem", "ipsec.conf", "../openvpn_stray.conf"):
+            self.router.write_file(f"/run/ipsec/{path}", "stray\n")
 
     def terminate_and_start(self) -> None:
         """The new daemon does not wait for the old one, which may be in a run."""

@@ -56,6 +56,26 @@ def add_tunnel(world) -> None:
     world.stray_tunnel()
 
 
+def add_key(world) -> None:
+    world.router.write_file("/run/ipsec/private/stray.pem", "stray\n")
+
+
+def tell_ip(world, *words: str) -> None:
+    world.router.exec(["/run/sandbox/bin/ip", *words])
+
+
+def take_link_down(world) -> None:
+    tell_ip(world, "link", "set", "gre_0_0", "down")
+
+
+def add_address(world) -> None:
+    tell_ip(world, "addr", "add", "10.1.1.1/24", "dev", "gre_0_0")
+
+
+def add_route(world) -> None:
+    tell_ip(world, "route", "add", "10.2.0.0/16", "dev", "gre_0_0")
+
+
 def stop_child(world) -> None:
     world.router.program("openvpn").missing()
     world.children_leave()
@@ -63,7 +83,8 @@ def stop_child(world) -> None:
 
 @pytest.mark.parametrize("spoil, told", [
     (spoil_file, "/var/run/ipsec/ipsec.secrets holds 'another key"), (spoil_mode, "/run/ipsec/ipsec.conf has the mode 0666"),
-    (add_tunnel, "the kernel has .*stray"), (stop_child, "these children are there")])
+    (add_tunnel, "the kernel has .*stray"), (add_key, "private holds .*stray"), (take_link_down, "has the links"),
+    (add_address, "has the links .*10.1.1.1"), (add_route, "has the routes .*10.2.0.0"), (stop_child, "these children are there")])
 def test_what_is_not_as_planned_is_found(world, spoil, told):
     world.sighup()
     rest.wait_until_calm(world, world.at_start)

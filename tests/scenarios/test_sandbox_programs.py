@@ -143,7 +143,10 @@ def test_the_model_tells_of_links_and_routes_behind_those_of_the_kernel():
         assert told(LIST_LINKS)[0]["flags"][2:] == flags
     model.answer(["tunnel", "del", "g1"])
     assert told(LIST_LINKS) == told(LIST_ROUTES) == []
+    for arguments in (["link", "set", "g1", "up"], ["addr", "add", "10.9.9.1/30", "dev", "g1"]):
+        model.answer(arguments)
     model.answer(ADD)
+    assert told(LIST_LINKS)[0]["flags"][2:] == []
     assert told(LIST_LINKS)[0]["addr_info"] == told(LIST_ROUTES) == []
 
 
