@@ -13,7 +13,7 @@ from sandbox.link_model import LIST_LINKS, LIST_ROUTES
 from sandbox.router import Router
 
 from bench.companion import service_status
-from histories import configurations
+from histories import configurations, mappings
 from histories.world import EXCEPTION, MONITORS_START, PATIENCE, RUN_BEGINS, World
 
 CALM_WAN = "[TUNNEL_MNGR][WAN_MONITOR] WAN has not changed"
@@ -36,7 +36,7 @@ class Start:
         facts = [world.daemon.facts() for _ in range(LOOKS)]
         self.own_threads = min(each["threads"] for each in facts) - monitors(world)  # a sanitizer may have one, too
         self.descriptors = min(len(each["descriptors"]) for each in facts)
-        self.mapped = mapped_files(world)
+        self.mapped = mappings.files(world.router, world.daemon)
 
 
 def judge(world: World, start: Start) -> None:
@@ -185,18 +185,19 @@ def require_harmless_modes(router: Router) -> None:
 
 # ---- the process ----
 
-def mapped_files(world: World) -> set[str]:
-    """What the daemon has mapped that has a name. Those of its semaphore and of the thread sanitizer are others each time."""
-    maps = world.router.read_file(f"/proc/{world.daemon.pid}/maps").splitlines()
-    names = {line.split(maxsplit=5)[5] for line in maps if len(line.split(maxsplit=5)) == 6}
-    return {name for name in names if not name.startswith(("/dev/shm/sem.", "/tmp/tsan."))}
+def has_no_stack_too_many(world: World, start: Start) -> bool:
+    """Whether there is one for each thread but the first, and one at most of a look that has ended: a thread cannot take
+    its own away, which the next one does. Two that end at once may both be left for a while, so it is asked repeatedly."""
+    threads = world.daemon.threads()
+    return threads == start.own_threads + monitors(world) and mappings.stacks(world.router, world.daemon) <= threads
 
 
 def require_calm_process(world: World, start: Start, planned: dict) -> None:
     daemon = world.daemon
     world.router.wait_until(lambda: daemon.fds() == start.descriptors, f"{start.descriptors} descriptors", 10)
     world.router.wait_until(lambda: daemon.zombies() == [], "the last dead child to be waited for", 10)
-    mapped = mapped_files(world)
+    world.router.wait_until(lambda: has_no_stack_too_many(world, start), "no stack of a thread that has ended", PATIENCE)
+    mapped = mappings.files(world.router, daemon)
     assert mapped == start.mapped, f"it has mapped {mapped - start.mapped} and not {start.mapped - mapped} any more"
     instances = [pid for pid in world.router.ask("children", pid=1, zombies=False) if world.is_instance(pid)]
     assert instances == [daemon.pid], f"these instances run: {instances}"

@@ -13,6 +13,7 @@ from sandbox.process import Process
 from sandbox.router import Router
 
 from histories import configurations
+from histories.mappings import STACKS_GO
 
 FACTOR = 60  # the daemon's minutes are seconds
 PATIENCE = 30  # seconds for what must happen
@@ -36,7 +37,7 @@ class World:
 
     def __init__(self, program: str | os.PathLike):
         self.router = Router(pathlib.Path(program), configurations.tunnels(0) | {"wans": configurations.wans(1)},
-                             environment=hurried(FACTOR))
+                             environment=hurried(FACTOR) | STACKS_GO)
         self.daemon: Process | None = None
         self.ending: list[Process] = []  # daemons that were told to end
         self.asked: list[tuple[int, int]] = []  # the mark before each request for a refresh, and the daemon's pid

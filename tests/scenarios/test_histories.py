@@ -44,6 +44,15 @@ def test_a_descriptor_too_many_is_found(world):
         rest.judge(world, world.at_start)
 
 
+def test_a_stack_too_many_is_found(world, monkeypatch):
+    world.sighup()
+    rest.wait_until_calm(world, world.at_start)
+    world.router.wait_until(lambda: rest.has_no_stack_too_many(world, world.at_start), "no stack too many", rest.PATIENCE)
+    counted = rest.mappings.stacks
+    monkeypatch.setattr(rest.mappings, "stacks", lambda router, process: counted(router, process) + 1)
+    assert not any(rest.has_no_stack_too_many(world, world.at_start) for _ in range(20))
+
+
 def spoil_file(world) -> None:
     world.router.write_file("/run/ipsec/ipsec.secrets", "another key\n")
 
