@@ -1,13 +1,16 @@
 /* Preloaded into the program under test: all clocks go SANDBOX_HURRY times as fast for it, and its own waits are as
  * much shorter. What it runs, asks and is told keeps the real time, and so does its patience with the system log (a
  * wait for room, POLLOUT). The wall clock is off by the seconds that the link /run/clock-step names; a link is read
- * without a descriptor.
+ * without a descriptor. While there is a file /run/sandbox/no-process or no-thread, the kernel has none of these for
+ * it: no limit would bind root.
  *
  * All times are nanoseconds. Until the constructor has run the clocks are the real ones. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
+#include <errno.h>
 #include <poll.h>
 #include <pthread.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -92,4 +95,40 @@ int poll(struct pollfd* entries, nfds_t count, int milliseconds) {
 int clock_nanosleep(clockid_t clock, int flags, const struct timespec* time, struct timespec* left) {
   const struct timespec shorter = timespecOf(nanoseconds(*time) / factor);
   return -(int)syscall(SYS_clock_nanosleep, clock, flags, &shorter, left);
+}
+
+static int isRefused(const char* fault) {
+  const int savedErrno = errno;
+  if (access(fault, F_OK) == 0) {
+    errno = EAGAIN;
+    return 1;
+  }
+  errno = savedErrno;
+  return 0;
+}
+
+static int noProcess(void) {
+  return isRefused("/run/sandbox/no-process");
+}
+
+pid_t fork(void) {
+  pid_t (*const real)(void) = dlsym(RTLD_NEXT, "fork");
+  return noProcess() ? -1 : real();
+}
+
+FILE* popen(const char* command, const char* mode) {
+  FILE* (*const real)(const char*, const char*) = dlsym(RTLD_NEXT, "popen");
+  return noProcess() ? NULL : real(command, mode);
+}
+
+int system(const char* command) {
+  enum { kNoShell = 127 << 8 }; /* as system(3) has it */
+  int (*const real)(const char*) = dlsym(RTLD_NEXT, "system");
+  return noProcess() ? kNoShell : real(command);
+}
+
+int pthread_create(pthread_t* restrict thread, const pthread_attr_t* restrict attributes, void* (*body)(void*),
+                   void* restrict argument) {
+  int (*const real)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) = dlsym(RTLD_NEXT, "pthread_create");
+  return isRefused("/run/sandbox/no-thread") ? EAGAIN : real(thread, attributes, body, argument);
 }

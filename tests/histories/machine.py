@@ -10,6 +10,7 @@ from hypothesis.stateful import RuleBasedStateMachine, rule, run_state_machine_a
 
 from histories import configurations
 from histories.rest import Start, judge
+from histories.shortages import DISK_FAULTS
 from histories.world import API_FAULTS, MOST_JUMP, PROGRAM_FAULTS, PROGRAMS, World
 
 HISTORIES = 100  # for one seed
@@ -98,9 +99,9 @@ def histories_of(number: int, program: pathlib.Path, record: Record, end: float)
         def sighups(self, count, milliseconds):
             self.happen("sighups", count, milliseconds)
 
-        @rule()
-        def second_invocation(self):
-            self.happen("second_invocation")
+        @rule(what=st.sampled_from(["second_invocation", "second_daemon"]))
+        def another_instance(self, what):
+            self.happen(what)
 
         @rule(number=st.integers(1, 40))
         def configure(self, number):
@@ -139,9 +140,21 @@ def histories_of(number: int, program: pathlib.Path, record: Record, end: float)
             self.happen("program_is_well", name)
 
         @rule(what=st.sampled_from(["stubborn_children", "late_children", "children_leave", "log_restarts", "stray_tunnel",
-                                    "stray_files"]))
+                                    "stray_files", "log_takes_nothing", "no_process", "no_thread"]))
         def something(self, what):
             self.happen(what)
+
+        @rule(what=st.sampled_from(["disk_is_well", "log_is_read", "there_is_enough"]))
+        def relief(self, what):
+            self.happen(what)
+
+        @rule(how=st.sampled_from(sorted(DISK_FAULTS)))
+        def disk_fails(self, how):
+            self.happen("disk_fails", how)
+
+        @rule(more=st.integers(0, 8))
+        def few_descriptors(self, more):
+            self.happen("few_descriptors", more)
 
         @rule(what=st.sampled_from(["child_dies", "child_freezes"]), index=st.integers(0, 1))
         def child(self, what, index):

@@ -3,6 +3,7 @@
 What happens is one method each, which returns at once. A history is a list of calls of these; `rest.judge` then says
 whether it ended well."""
 
+import contextlib
 import os
 import pathlib
 import signal
@@ -10,10 +11,11 @@ import time
 
 from sandbox.building import hurried
 from sandbox.process import Process
-from sandbox.router import Router
+from sandbox.router import Router, RouterError
 
 from histories import configurations
 from histories.mappings import STACKS_GO
+from histories.shortages import Shortages
 
 FACTOR = 60  # the daemon's minutes are seconds
 PATIENCE = 30  # seconds for what must happen
@@ -22,6 +24,7 @@ MOST_JUMP = 86400  # seconds
 RUN_BEGINS = "[TUNNEL_MNGR] MANAGING TUNNELS"
 MONITORS_START = "[TUNNEL_MNGR] v_apFqdnMonitor size"
 EXCEPTION = "[TUNNEL_MNGR] Exception caught"
+SEMAPHORE = "/dev/shm/sem.TUNNEL_MANAGER"
 PROGRAMS = ["ip", "ipsec", "firewall", "ping", "openvpn"]
 API_FAULTS = {"absent": lambda api: api.absent(), "refuses": lambda api: api.refuse(), "deaf": lambda api: api.deaf(),
               "silent": lambda api: api.on(None, hang=True), "slow": lambda api: api.on(None, delay=0.2),
@@ -32,15 +35,13 @@ API_FAULTS = {"absent": lambda api: api.absent(), "refuses": lambda api: api.ref
 PROGRAM_FAULTS = {"fails": {"status": 1}, "hangs": {"stay": True, "times": 2}, "slow": {"delay": 0.2}, "missing": None}
 
 
-class World:
+class World(Shortages):
     """To be used in a `with` block, in which the daemon has made its first run."""
 
     def __init__(self, program: str | os.PathLike):
-        self.router = Router(pathlib.Path(program), configurations.tunnels(0) | {"wans": configurations.wans(1)},
-                             environment=hurried(FACTOR) | STACKS_GO)
-        self.daemon: Process | None = None
+        super().__init__(Router(pathlib.Path(program), configurations.tunnels(0) | {"wans": configurations.wans(1)},
+                                environment=hurried(FACTOR) | STACKS_GO))
         self.ending: list[Process] = []  # daemons that were told to end
-        self.asked: list[tuple[int, int]] = []  # the mark before each request for a refresh, and the daemon's pid
         self._invocations: list[Process] = []
         self.configuration = 0
 
@@ -60,7 +61,7 @@ class World:
 
     def sighup(self) -> None:
         if self.daemon:
-            self.asked.append((self.router.mark("a refresh is requested"), self.daemon.pid))
+            self._note_request()
             self.daemon.signal(signal.SIGHUP)
 
     def sighups(self, count: int, milliseconds: int) -> None:
@@ -73,6 +74,12 @@ class World:
     def second_invocation(self) -> None:
         if self.daemon:
             self._invocations.append(self.router.start("--printlvl", "100"))
+
+    def second_daemon(self) -> None:
+        """Not where the daemon would be taken for gone."""
+        if self.daemon and self._is_reachable():
+            self._note_request()
+            self._invocations.append(self.router.start("--daemonize", "--printlvl", "100"))
 
     def configure(self, number: int) -> None:
         self.configuration = number
@@ -136,9 +143,6 @@ class World:
         """The wall clock is off by so much from now on."""
         self.router.exec(["ln", "-sfn", "--", str(seconds), "/run/clock-step"])
 
-    def log_restarts(self) -> None:
-        self.router.syslog.restart()
-
     def stray_tunnel(self) -> None:
         """Somebody else makes a GRE tunnel, if there is what it takes."""
         words = ["tunnel", "add", "stray", "mode", "gre", "remote", "192.0.2.9", "local", "192.0.2.8"]
@@ -147,7 +151,8 @@ class World:
 
     def stray_files(self) -> None:
         for path in ("cacerts/stray.pem", "certs/stray.pem", "private/stray.pem", "ipsec.conf", "../openvpn_stray.conf"):
-            self.router.write_file(f"/run/ipsec/{path}", "stray\n")
+            with contextlib.suppress(RouterError):  # the disk may be at fault
+                self.router.write_file(f"/run/ipsec/{path}", "stray\n")
 
     def terminate_and_start(self) -> None:
         """The new daemon does not wait for the old one, which may be in a run."""
@@ -165,7 +170,10 @@ class World:
     # ---- the way back ----
 
     def unblock(self) -> None:
-        """Takes away whatever a run or an end may be waiting for, and with it what is at fault in programs and API."""
+        """Takes away whatever a run or an end may be waiting for, or be in want of."""
+        self.disk_is_well()
+        self.log_is_read()
+        self.there_is_enough()
         self.api_is_well()
         for name in PROGRAMS:
             self.program_is_well(name)
@@ -182,7 +190,9 @@ class World:
         self.configure(self.configuration)
 
     def wait_for_ends(self) -> None:
-        """Waits for all instances to end but the daemon."""
+        """Waits for all instances to end but the daemon. What mars that only another one can do without."""
+        if self._is_marred:
+            self.terminate_and_start()
         for process in [*self.ending, *self._invocations]:
             self.router.wait_for("exit", pid=process.pid, timeout=PATIENCE)
         if self.daemon is None:
@@ -192,6 +202,7 @@ class World:
         """Until a daemon is in the background; its first run may not have begun. What a killed instance has left costs one
         start more: the first one clears it away and leaves with 1. One that finds a daemon which has not yet come to
         handle its SIGTERM asks that for a refresh and leaves with 0; then there is none until `wait_for_ends`."""
+        self._before_a_start()
         for _ in range(STARTS):
             started = self.router.start("--daemonize", "--printlvl", "100")
             over = self.router.wait_for("exit", pid=started.pid, timeout=PATIENCE)
@@ -213,6 +224,11 @@ class World:
     def _is_daemon(self, process: Process) -> bool:
         facts = process.facts()
         return facts is not None and facts["session"] == process.pid and self.is_instance(process.pid)
+
+    def _is_reachable(self) -> bool:
+        """Whether another instance would find the daemon, whose semaphore it must be: each takes its own away in the end."""
+        others = any(process.alive() for process in [*self.ending, *self._invocations])
+        return self._has_pid_file() and self.router.exists(SEMAPHORE) and not others
 
     def _end(self, number: int) -> None:
         """Not while an invocation is under way: one that meets a start may take its semaphore away (docs/faults.md)."""

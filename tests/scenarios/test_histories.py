@@ -13,6 +13,12 @@ from histories.world import World  # noqa: E402
 STORY = [("sighups", 3, 5), ("host", 0, "NXDOMAIN"), ("configure", 4), ("wrong_type", 1), ("sighup",), ("child_dies", 0),
          ("api_fails", "silent"), ("kill_and_start",), ("program_fails", "ipsec", "hangs"), ("clock_jumps", -60),
          ("terminate_and_start",), ("stray_tunnel",), ("second_invocation",)]
+SHORTAGES = [("few_descriptors", 1), ("disk_fails", "full"), ("sighup",), ("wait", 400), ("no_thread",), ("log_takes_nothing",),
+             ("kill_and_start",), ("no_process",), ("sighup",), ("wait", 400), ("disk_fails", "read-only"), ("stray_files",),
+             ("there_is_enough",), ("second_daemon",)]
+SIGNS = [("disk_fails", "full", "faild write file"), ("disk_fails", "read-only", "faild create file"),
+         ("few_descriptors", 0, "ip tunnel command [-1]"), ("no_process", "ip tunnel command [-1]"),
+         ("no_thread", "unable to start the thread FQDN_MONITOR")]
 
 
 @pytest.fixture
@@ -25,8 +31,9 @@ def world(dynamic_program):
 
 @pytest.mark.asan
 @pytest.mark.tsan
-def test_a_story_with_something_of_everything_ends_well(world):
-    for what, *arguments in STORY:
+@pytest.mark.parametrize("story", [STORY, SHORTAGES], ids=["something of everything", "all that may run short"])
+def test_a_story_ends_well(world, story):
+    for what, *arguments in story:
         getattr(world, what)(*arguments)
     rest.judge(world, world.at_start)
 
@@ -51,6 +58,22 @@ def test_a_stack_too_many_is_found(world, monkeypatch):
     counted = rest.mappings.stacks
     monkeypatch.setattr(rest.mappings, "stacks", lambda router, process: counted(router, process) + 1)
     assert not any(rest.has_no_stack_too_many(world, world.at_start) for _ in range(20))
+
+
+def test_the_daemon_runs_short_of_what_is_taken_away(world):
+    world.configure(3)  # whose files are not there yet
+    for what, *arguments, told in SIGNS:
+        mark = world.router.mark(what)
+        getattr(world, what)(*arguments)
+        world.sighup()
+        world.router.wait_for("log", told, pid=world.daemon.pid, since=mark, timeout=rest.PATIENCE)
+        world.disk_is_well()
+        world.there_is_enough()
+    world.log_takes_nothing()
+    mark = world.router.mark("no lines")
+    world.sighup()
+    world.router.wait_until(lambda: rest.has_run(world, world.daemon.pid, mark), "a run", rest.PATIENCE)
+    assert world.router.find("log", since=mark) == []
 
 
 def spoil_file(world) -> None:
