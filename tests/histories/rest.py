@@ -37,6 +37,7 @@ class Start:
         facts = [world.daemon.facts() for _ in range(LOOKS)]
         self.own_threads = min(each["threads"] for each in facts) - monitors(world)  # a sanitizer may have one, too
         self.descriptors = min(len(each["descriptors"]) for each in facts)
+        world.descriptors_at_rest = self.descriptors
         self.mapped = mappings.files(world.router, world.daemon)
 
 

@@ -22,6 +22,7 @@ class Shortages:
         self.router = router
         self.daemon: Process | None = None
         self.asked: list[tuple[int, int]] = []  # the mark before each request for a refresh, and the daemon's pid
+        self.descriptors_at_rest = 0  # rest.Start counts them
         self.log_was_stuck = False
         self._log_is_stuck = False
         self._disk_is_at_fault = False
@@ -51,10 +52,10 @@ class Shortages:
         self._log_is_stuck = False
 
     def few_descriptors(self, more: int) -> None:
-        """The daemon can open so many more than it has open now."""
+        """The daemon can open so many more than it has open at rest."""
         if self.daemon:
             self._run_short_of("descriptors")
-            self._limit_descriptors(self.daemon.fds() + more)
+            self._limit_descriptors(self.descriptors_at_rest + more)
 
     def no_process(self) -> None:
         self._run_short_of("processes")
