@@ -146,7 +146,8 @@ void ruleRunBegins(Process& process) {
   for (const auto& other : world->processes) {
     if (other.get() == &process || other->ended || !other->watch.inRun) continue;
     ++world->overlaps;
-    if (!world->wayCleared && other->watch.terminated == kForever)
+    const bool oneIsToEnd = other->watch.terminated != kForever || watch.terminated != kForever;
+    if (!world->wayCleared && !oneIsToEnd)
       violate("the runs of " + process.label() + " and " + other->label() + " overlap");
   }
 }
