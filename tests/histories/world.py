@@ -144,9 +144,10 @@ class World(Shortages):
         self.router.exec(["ln", "-sfn", "--", str(seconds), "/run/clock-step"])
 
     def stray_tunnel(self) -> None:
-        """Somebody else makes a GRE tunnel, if there is what it takes."""
+        """Somebody else makes a GRE tunnel, if there is what it takes; whatever is wrong with `ip`, it does that."""
         words = ["tunnel", "add", "stray", "mode", "gre", "remote", "192.0.2.9", "local", "192.0.2.8"]
         if self.router.exists("/run/sandbox/bin/ip"):
+            self.router.program("ip").on(words, times=1)
             self.router.exec(["/run/sandbox/bin/ip", *words])
 
     def stray_files(self) -> None:
