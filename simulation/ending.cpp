@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <set>
 
 #include "simulation/init.h"
 #include "simulation/process.h"
@@ -46,11 +47,16 @@ std::vector<Process*> living() {
   return found;
 }
 
+/// Two daemons, where that is explained, need not rest at the same time: their passes may take turns for ever.
 void settle() {
-  const bool settled = comesTrue(kLongestRest, [] {
+  std::set<const Process*> rested;
+  const bool settled = comesTrue(kLongestRest, [&rested] {
     const std::vector<Process*> processes = living();
-    return std::all_of(processes.begin(), processes.end(),
-                       [](const Process* one) { return one->detached && hasRest(*one); });
+    return std::all_of(processes.begin(), processes.end(), [&rested](const Process* one) {
+      if (one->detached && hasRest(*one)) rested.insert(one);
+      if (one->watch.inRun || one->watch.requestOpen != kForever) rested.erase(one);
+      return rested.count(one) > 0;
+    });
   });
   require(settled, "the daemon does not come to rest");
 }
