@@ -172,8 +172,7 @@ def test_fifty_monitors_inside_a_look_up_are_stopped_at_once(make_router):
     assert daemon.threads() >= 52
     assert begin.time - router.find("mark")[-1].time < 10  # against the thirty seconds of one look-up
     assert wait_for_monitors(router, mark).message.endswith(" size 51")
-    wait_until_idle(router, daemon, passes=2)
-    assert daemon.terminate() == 0
+    assert daemon.terminate(60) == 0  # where signals came during the first run, a second one is under way
     assert_no_instance(router)
 
 
