@@ -43,7 +43,7 @@ void WanMonitor::run() {
   while (!isCanceled()) {
     sleep(kCheckMilliseconds);
     if (isCanceled()) return;
-    const auto builtOn = wanOfTunnels();  // before the look: what a run finds meanwhile is newer than what it will find
+    const auto builtOn = wanOfTunnels();  // first: a run that ends meanwhile may know better
     const auto address = callUnlessCanceled<std::string>(ZEL::kParserStackBytes, queryCurrentWanAddress);
     if (!address) continue;  // canceled, or not asked at all
     if (*address == lastWanIp_ && !isAnotherWan(*address, builtOn)) {
