@@ -196,7 +196,7 @@ class Load:
         live = {number for number, target in enumerate(self._ends.targets) if target.peer not in dead}
         self._probe.wait_whole(live)
         say(f"the WAN flaps for {ended - begin:.0f} s with {len(dead)} dead peers: all live tunnels are whole "
-                  f"{time.monotonic() - ended:.0f} s later, after {lab.a.runs() - runs} runs")
+            f"{time.monotonic() - ended:.0f} s later, after {lab.a.runs() - runs} runs")
         self._require_told(dead)
 
     def _require_told(self, dead: set[int]) -> None:
@@ -210,7 +210,8 @@ class Load:
         status = lab.wait_told(lab.a, expected)
         require("told of every tunnel", len(status["tunnels"]) == len(self._ends.targets))
         say(f"tunnelctl tells that {sum(row['state'] == 'up' for row in status['tunnels'])} of "
-                  f"{len(self._ends.targets)} tunnels are up")
+            f"{len(self._ends.targets)} tunnels are up")
+
 
 def middle(figures: list[float]) -> str:
     """The median with the least and the most."""
