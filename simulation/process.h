@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -61,10 +62,14 @@ struct Watch {
   bool soughtWan = false;                     ///< in this run
   bool ranFirewall = false;                   ///< in this run, so that it has come to its end
   std::optional<std::string> wanOfTunnels{};  ///< what the last run has found, "" for none, if it has come to its end
-  std::set<std::string> writtenFiles{};       ///< of OpenVPN tunnels, by this run
-  std::set<std::string> supervisedFiles{};    ///< by the last run that came so far
-  bool beginsPass = false;                    ///< the next ping is the first since the loop has waited
-  Time passBegan = -1;                        ///< when the last such ping was
+  std::uint64_t monitorsEnded = 0;            ///< how often the name monitors, if there were any, have been
+  std::map<std::string, std::set<std::string>> addresses{};  ///< of hosts, "" for none, as the last run has found them
+  std::string movedHost{};                                   ///< that a monitor has found elsewhere
+  Time movedAt = kForever;                                   ///< when, if nothing has been requested since
+  std::set<std::string> writtenFiles{};                      ///< of OpenVPN tunnels, by this run
+  std::set<std::string> supervisedFiles{};                   ///< by the last run that came so far
+  bool beginsPass = false;                                   ///< the next ping is the first since the loop has waited
+  Time passBegan = -1;                                       ///< when the last such ping was
 };
 
 class Process {

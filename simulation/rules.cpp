@@ -64,6 +64,12 @@ void runEnds(Watch& watch) {
   if (watch.soughtWan && (currentWanIp.empty() || watch.ranFirewall)) watch.wanOfTunnels = currentWanIp;
 }
 
+/// Those that there may have been: what they ask is nobody's any more.
+void endMonitors(Watch& watch) {
+  ++watch.monitorsEnded;
+  watch.movedAt = kForever;
+}
+
 }  // namespace
 
 void ruleSignalSent(Process& process, int signal) {
@@ -84,6 +90,7 @@ void ruleRequest(Process& process) {
   ++world->requests;
   ++process.watch.requests;
   process.watch.requestOpen = std::min(process.watch.requestOpen, timeNow());
+  process.watch.movedAt = kForever;
   say("requests a run");
 }
 
@@ -108,6 +115,8 @@ void ruleIdleEnds(Process& process, Time since, bool timedOut) {
   ++watch.idleRounds;
   if (watch.terminated == kForever && watch.requestOpen <= since && process.pending == 0)
     violate("a request is lost: made at " + seconds(watch.requestOpen) + ", no run has begun since");
+  if (watch.terminated == kForever && watch.movedAt <= since && slowLogSince(watch.movedAt) == 0)
+    violate("a monitor has found " + watch.movedHost + " elsewhere and requests nothing");
   if (watch.runs > 0) watch.requests = watch.runs - 1;  // what was folded into one run allows no other
   if (watch.runs > 0 && watch.requestOpen != kForever) ++watch.requests;
   watch.wanted = false;
@@ -139,6 +148,8 @@ void ruleRunBegins(Process& process) {
   watch.inRun = true;
   watch.wanted = false;
   watch.requestOpen = kForever;
+  watch.addresses.clear();
+  endMonitors(watch);
   watch.writtenFiles.clear();
   watch.soughtWan = watch.ranFirewall = false;
   watch.wanOfTunnels.reset();
@@ -160,6 +171,7 @@ void ruleMemoryRefused(Process& process) {
   process.watch.wanOfTunnels.reset();
   process.watch.requestOpen = kForever;
   process.watch.wanted = false;
+  endMonitors(process.watch);
 }
 
 void ruleDaemonBegins(Process& process) {
@@ -213,6 +225,20 @@ void requireChildren(const Process& daemon) {
 
 void ruleEnds(Process& process, int) {
   process.watch.inRun = false;
+}
+
+LookUp::LookUp(Process& process, std::string host)
+    : process_(process), host_(std::move(host)), monitors_(process.watch.monitorsEnded), isRuns_(process.watch.inRun) {}
+
+/// Two tunnels of one run may have been told two addresses.
+void LookUp::finds(const std::string& address) const {
+  Watch& watch = process_.watch;
+  if (watch.monitorsEnded != monitors_) return;
+  std::set<std::string>& known = watch.addresses[host_];
+  if (isRuns_) known.insert(address);
+  if (known.count(address) > 0) return;
+  watch.movedHost = host_;
+  watch.movedAt = std::min(watch.movedAt, timeNow());
 }
 
 Joining::Joining(Process& process, const Thread* thread)

@@ -1,6 +1,7 @@
 // What must always hold. The rest of the simulator tells here what happens; what breaks a rule ends the history.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "simulation/process.h"
@@ -35,6 +36,21 @@ void ruleGlobalsGo(const Process& process);
 /// For the end: every tunnel that the last run has started is there, without another run.
 void requireChildren(const Process& daemon);
 void ruleEnds(Process& process, int status);
+
+/// A run or a monitor asks the name server while the scope lasts.
+class LookUp {
+ public:
+  LookUp(Process& process, std::string host);
+
+  /// "" where there is none.
+  void finds(const std::string& address) const;
+
+ private:
+  Process& process_;
+  std::string host_;
+  std::uint64_t monitors_;
+  bool isRuns_;
+};
 
 /// The current thread waits for the end of another while the scope lasts.
 class Joining {

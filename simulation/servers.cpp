@@ -143,8 +143,11 @@ int __wrap_gethostbyname_r(const char* name, hostent* entry, char* buffer, size_
   place();
   *found = nullptr;
   in_addr address{};
+  const LookUp lookUp(*currentProcess(), name);
   *error = resolve(name, address);
-  say(std::string("resolves ") + name + (*error == 0 ? " to " + world->configuration.addresses[name] : ": none"));
+  const std::string text = *error == 0 ? world->configuration.addresses[name] : "";
+  say(std::string("resolves ") + name + (text.empty() ? ": none" : " to " + text));
+  lookUp.finds(text);
   place();
   if (*error != 0) return 0;
   void* place = buffer;
