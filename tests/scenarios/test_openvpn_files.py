@@ -88,20 +88,34 @@ def test_a_name_whose_file_could_not_be_created_is_free_for_a_later_tunnel(make_
     assert router.messages("ERROR") == [text, text]
 
 
-def test_a_full_disk_costs_the_tunnel_and_leaves_the_partial_file(make_router):
-    """What is asked for to be written is more than there is room for."""
-    router = make_router(with_tunnels(tunnel("big", "#" * 200_000), tunnel("small")))
+def with_little_room_for_big(make_router, *tunnels):
+    """A file system of its own, of a few pages, behind the path of the tunnel "big"."""
+    router = make_router(with_tunnels(*tunnels))
     router.make_ipsec_folders()
-    # A file system of its own behind the tunnel's path, with room for a few pages.
     router.make_folder("/run/little")
     done = router.exec(["/usr/bin/mount", "-t", "tmpfs", "-o", "size=16k", "none", "/run/little"])
     assert done.status == 0, done.stderr
     assert router.exec(["/usr/bin/ln", "-s", "/run/little/conf", conf_path("big")]).status == 0
+    return router
+
+
+def test_a_full_disk_costs_the_tunnel_and_leaves_the_partial_file(make_router):
+    """What is asked for to be written is more than there is room for."""
+    router = with_little_room_for_big(make_router, tunnel("big", "#" * 200_000), tunnel("small"))
     start(router)
     assert [event.argv[2] for event in wait_for_children(router, 1)] == [conf_path("small")]
     assert ("[TUNNEL_MNGR][OVPN] faild write file for tunnel big conf: /var/run/openvpn_big.conf"
             in router.messages("ERROR"))
     assert 0 < router.stat("/run/little/conf")["size"] < 200_000
+
+
+def test_a_file_that_could_not_be_written_whole_is_written_by_a_later_tunnel_of_the_name(make_router):
+    router = with_little_room_for_big(make_router, tunnel("big", "#" * 200_000), tunnel("big", "port 2\n"))
+    start(router)
+    assert [event.argv[2] for event in wait_for_children(router, 1)] == [conf_path("big")]
+    assert router.read_file("/run/little/conf") == "port 2\nverb 2\n"
+    assert router.messages("ERROR") == [
+        "[TUNNEL_MNGR][OVPN] faild write file for tunnel big conf: /var/run/openvpn_big.conf"]
 
 
 @pytest.mark.parametrize("target", ["openvpn", "syslog"])

@@ -1,10 +1,12 @@
 #include "configuration/configuration_pull.h"
 
 #include <gtest/gtest.h>
+#include <netdb.h>
 
 #include <string>
 
 #include "monitors/fqdn_monitor.h"
+#include "monitors/name_resolution.h"
 #include "support/logger.h"
 #include "tests/unit/harness/api_server.h"
 #include "tests/unit/harness/captured_log.h"
@@ -76,6 +78,45 @@ TEST(PullConfigurations, KeepsWhatStandsBeforeARecordThatIsNoObject) {
       });
     }
   }
+}
+
+/// The document of a router without networks, whose records come with what only the router itself may say.
+const std::string kSparseDocument =
+    R"({"greTunnels":[)"
+    R"({"name":"a b","enabled":true,"remoteIp":"known.example","checkPeriod":5},)"
+    R"({"name":"off","enabled":false,"remoteIp":"lost.example"}],)"
+    R"("ipsecTunnels":[)"
+    R"({"name":"on","enabled":true,"remoteWanIp":"lost.example","checkPeriod":0,"localIpWithCidr":["192.0.2.0/24"]},)"
+    R"({"name":"off","enabled":false,"remoteWanIp":"lost.example","localIpWithCidr":["192.0.2.0/24"]}]})";
+
+TEST(PullConfigurations, GivesEveryRecordAnAddressAndEveryEnabledOneAMonitor) {
+  SKIP_WITHOUT_NAMESPACES();
+  checkInChild([] {
+    enterPrivateMounts();
+    const ApiServer api({{"/api?fields=greTunnels,ipsecTunnels,ni", kSparseDocument}});
+    const ResolvingNames names([](const std::string& host) {
+      return host == "known.example" ? Resolution{"203.0.113.1", 0} : Resolution{"", HOST_NOT_FOUND};
+    });
+    Json::Value gre;
+    Json::Value ipsec;
+    ASSERT_TRUE(pullConfigurations(gre, ipsec));
+    EXPECT_EQ(textOf(gre), R"([{"checkPeriod":5,"enabled":true,"name":"a_b","remoteIp":"203.0.113.1"},)"
+                           R"({"enabled":false,"name":"off","remoteIp":""}])");
+    EXPECT_EQ(textOf(ipsec), R"([{"checkPeriod":0,"enabled":true,"localIpWithCidr":[],"name":"on","remoteWanIp":""},)"
+                             R"({"enabled":false,"localIpWithCidr":[],"name":"off","remoteWanIp":""}])");
+
+    ASSERT_EQ(v_apFqdnMonitor.size(), 2U);
+    const FqdnMonitor& ofGre = *v_apFqdnMonitor[0];
+    EXPECT_EQ(ofGre.tunnelName(), "a_b");
+    EXPECT_EQ(ofGre.hostName(), "known.example");
+    EXPECT_EQ(ofGre.lastAddress(), "203.0.113.1");
+    EXPECT_EQ(ofGre.checkInterval(), 300000U);
+    const FqdnMonitor& ofIpsec = *v_apFqdnMonitor[1];
+    EXPECT_EQ(ofIpsec.tunnelName(), "on");
+    EXPECT_EQ(ofIpsec.hostName(), "lost.example");
+    EXPECT_EQ(ofIpsec.lastAddress(), "");
+    EXPECT_EQ(ofIpsec.checkInterval(), 60000U);
+  });
 }
 
 }  // namespace
