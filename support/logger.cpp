@@ -34,6 +34,7 @@ std::atomic<Logger::PrintMode> channel{kStandardError};
 std::atomic<Logger::Receiver> receiver{nullptr};
 Lock writing;  // one writer at a time, and none of another thread in a forked child
 SystemLog systemLog GUARDED_BY(writing);
+bool hasNoRoom GUARDED_BY(writing) = false;  // standard error, when the last line was for it; the next ones do not wait
 
 void beforeFork() NO_THREAD_SAFETY_ANALYSIS {
   writing.lock();
@@ -75,14 +76,21 @@ __attribute__((format(printf, 1, 0))) std::string formatted(char const* format, 
   return text;
 }
 
-void writeStandardError(char const* label, const std::string& text) {
+/// Whether the line may go on being written: standard error has room, or gets some in time.
+bool awaitRoom() REQUIRES(writing) {
+  pollfd room{STDERR_FILENO, POLLOUT, 0};
+  const int ready = poll(&room, 1, hasNoRoom ? 0 : kPatienceMilliseconds);
+  hasNoRoom = ready == 0;
+  return ready == 1 && room.revents == POLLOUT;
+}
+
+void writeStandardError(char const* label, const std::string& text) REQUIRES(writing) {
   std::string line = std::string(label) + " " + text;
   if (line.back() != '\n') line += '\n';
   // A pipe that nobody reads any more would end the process (SIGPIPE), and one that nobody empties would stop it: where
   // poll(2) sees room, there is room for PIPE_BUF bytes (pipe(7)).
   for (std::string_view rest = line; !rest.empty();) {
-    pollfd room{STDERR_FILENO, POLLOUT, 0};
-    if (poll(&room, 1, kPatienceMilliseconds) != 1 || room.revents != POLLOUT) return;
+    if (!awaitRoom()) return;
     const ssize_t size = write(STDERR_FILENO, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
     if (size <= 0) return;
     rest.remove_prefix(static_cast<std::size_t>(size));
