@@ -64,12 +64,13 @@ bool passGivesWay() {
   return stopped || isRefreshWanted();
 }
 
-/// The time is the wall clock's: after a step back there is no pass until the clock has caught up.
+/// The time is the wall clock's: after a step back there is no pass until the clock has caught up. A pass that would
+/// give way before its first tunnel is not one, and is still due when the run is over.
 void superviseWhenDue() {
   now = time(nullptr);
   if (now == -1) {
     ZEL_LOG(ERROR, "[%s] Time returned error", kLogTag);
-  } else if (now - lastOvpnCheck > kSupervisionSeconds) {
+  } else if (now - lastOvpnCheck > kSupervisionSeconds && !passGivesWay()) {
     lastOvpnCheck = now;
     checkOvpnTunnels(passGivesWay);
   }

@@ -5,7 +5,7 @@ import signal
 
 import pytest
 
-from daemon_stories import RUN_BEGINS, start
+from daemon_stories import RUN_BEGINS, go_on, hold_next_run, start, wait_for_held_run, wait_for_monitors
 from openvpn_records import PASS_SECONDS, tunnel, wait_for_children, with_tunnels
 
 PEERS = 20
@@ -63,6 +63,26 @@ def test_a_pass_gives_way_to_a_changed_wan(make_router):
     seen = router.wait_for("answer", "waninfo", since=mark, timeout=60)
     end_pings_until(router, lambda: router.find("log", RUN_BEGINS, since=mark))
     assert len(pings(router, seen.number)) <= 1  # one if the ping ended before the monitor had made its wish known
+
+
+def test_a_pass_that_is_due_while_a_run_is_wanted_comes_after_that(make_router):
+    """It is not taken for one that was made: whoever waits for it would wait for the next."""
+    router = make_router(with_tunnels(tunnel("t0", "dev tun\nifconfig 10.8.0.1 10.8.0.2\n")))
+    router.make_ipsec_folders()
+    hold_next_run(router)
+    daemon = router.daemon("--printlvl", "100")
+    mark = 0
+    for _ in range(2):
+        wait_for_held_run(router, mark)
+        mark = router.mark("a refresh is requested")
+        daemon.signal(signal.SIGHUP)
+        hold_next_run(router)
+        go_on(router)
+    wait_for_held_run(router, mark)
+    assert pings(router) == []
+    go_on(router)
+    third = wait_for_monitors(router, 0, count=3)
+    assert router.wait_for("exec", PING.format(0)).time - third.time < PASS_SECONDS - 1.2
 
 
 @pytest.mark.slow
