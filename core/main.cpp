@@ -10,6 +10,7 @@
 #include "core/daemon.h"
 #include "core/single_instance.h"
 #include "core/tunnel_management_run.h"
+#include "effects/standard_streams.h"
 #include "monitors/refresh_request.h"
 #include "support/cancellation.h"
 #include "support/footprint.h"
@@ -35,6 +36,7 @@ void manageTunnelsOnce() {
 
 int main(int argc, char** argv) {
   signal(SIGCHLD, SIG_DFL);  // or no status could be had of anything, where whoever starts this one ignores it
+  openStandardStreams();
   ZEL::keepFootprintSmall();
   setUpLog();
   parseOptions(argc, argv);
@@ -48,6 +50,6 @@ int main(int argc, char** argv) {
   }
   if (ZEL::Cancellation::callsUnderWay() == 0) return 0;
   // A call that a monitor abandoned may still be inside a library whose globals a return from here would destroy.
-  fflush(nullptr);
+  fflush(stdout);
   _exit(0);
 }

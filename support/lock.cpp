@@ -1,5 +1,6 @@
 #include "support/lock.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <system_error>
+#include <utility>
 
 namespace ZEL {
 namespace {
@@ -37,6 +39,17 @@ void pollUntil(int descriptor, Clock::time_point deadline) {
   }
 }
 
+/// One that is no standard stream, also where a process that was started without these makes it first of all.
+int eventDescriptor() {
+  int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+    const int standard = std::exchange(descriptor, fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    close(standard);
+  }
+  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  return descriptor;
+}
+
 }  // namespace
 
 Condition* Lock::createCondition() {
@@ -55,9 +68,7 @@ void WaitQueue::waitUntil(Lock& lock, Clock::time_point deadline) {
   held.release();
 }
 
-Condition::Condition(Lock& lock) : lock_(lock), descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-}
+Condition::Condition(Lock& lock) : lock_(lock), descriptor_(eventDescriptor()) {}
 
 Condition::~Condition() {
   close(descriptor_);

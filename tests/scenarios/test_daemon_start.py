@@ -86,6 +86,21 @@ def test_streams_and_working_directory_stay_as_they_were(make_router):
     assert [name.rpartition(".")[2] for _, _, name in streams] == ["in", "out", "err"]
 
 
+@pytest.mark.parametrize("missing", ["<&-", ">&-", "2>&-", "<&- >&- 2>&-"])
+def test_a_stream_that_is_missing_becomes_an_empty_one(make_router, missing):
+    """What is opened later would else take its number, in the daemon and in each of its children: whoever writes a
+    message would write it into a socket."""
+    router = make_router(with_tunnels(tunnel("a")), wrapper=["/bin/sh", "-c", f'exec "$0" "$@" {missing}'])
+    router.make_ipsec_folders()
+    router.program("openvpn").on(stay=True)
+    router.start("--daemonize")
+    child = router.process(router.wait_for("exec", program="openvpn").pid)
+    numbers = [str(number) for number, stream in enumerate(["<&-", ">&-", "2>&-"]) if stream in missing.split()]
+    for process in (router.process(int(router.read_file(PID_FILE))), child):
+        descriptors = process.facts()["descriptors"]
+        assert [descriptors[number] for number in numbers] == ["/dev/null"] * len(numbers)
+
+
 @pytest.mark.parametrize("started_with, given", [("022", 0o022), ("0", 0o022), ("077", 0o077), ("007", 0o027)])
 @pytest.mark.parametrize("arguments", [["--daemonize"], []], ids=["daemon", "once"])
 def test_no_program_can_create_what_group_or_others_may_write(make_router, arguments, started_with, given):
