@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <system_error>
-#include <utility>
 
 namespace ZEL {
 namespace {
@@ -43,8 +42,9 @@ void pollUntil(int descriptor, Clock::time_point deadline) {
 int eventDescriptor() {
   int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (descriptor >= 0 && descriptor <= STDERR_FILENO) {
-    const int standard = std::exchange(descriptor, fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    close(standard);
+    const int higher = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(descriptor);
+    descriptor = higher;
   }
   if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
   return descriptor;

@@ -34,7 +34,7 @@ std::atomic<Logger::PrintMode> channel{kStandardError};
 std::atomic<Logger::Receiver> receiver{nullptr};
 Lock writing;  // one writer at a time, and none of another thread in a forked child
 SystemLog systemLog GUARDED_BY(writing);
-bool hasNoRoom GUARDED_BY(writing) = false;  // standard error, when the last line was for it; the next ones do not wait
+bool hasNoRoom GUARDED_BY(writing) = false;  // standard error, when a line last met it; then none waits
 
 void beforeFork() NO_THREAD_SAFETY_ANALYSIS {
   writing.lock();
