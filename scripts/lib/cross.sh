@@ -5,6 +5,7 @@ set -euo pipefail
 source scripts/lib/architectures.sh
 source scripts/lib/debian_sources.sh
 source scripts/lib/narration.sh
+source scripts/lib/source_tree.sh
 
 folder=$1 architecture=$2
 compiler=$(compilerOf "$architecture") libraries=$(librariesOf "$architecture")
@@ -70,9 +71,7 @@ buildProgram() {
 # A copy, since dpkg-buildpackage builds in the folder that it stands in, and writes beside it.
 buildPackage() {
   rm -rf "$own/package" "$own"/*.deb
-  mkdir -p "$own/package/source"
-  tar --create --anchored --exclude=./build --exclude=./.cache --exclude=./.git . |
-    tar --extract --directory "$own/package/source"
+  copySourceTree "$own/package/source"
   mv "$own/root" "$own/root.new" # as long as it is changed
   aptGet "$architecture/root.new" --host-architecture "$architecture" --build-profiles cross,nocheck build-dep \
     "/cross/$architecture/package/source"

@@ -61,6 +61,32 @@ def test_an_architecture_is_known_or_refused(room):
     assert not (room / "cross").exists()
 
 
+def test_a_folder_is_where_its_name_says_from_the_caller_s_place(room):
+    stand_in(room, "debootstrap", "echo E: not today; exit 1")
+    process = start(room, "top/scripts/cross", "--folder", "here", "armhf", top=room)
+    assert f"{room}/here/armhf/log" in complaint(process, 1)
+
+
+@pytest.mark.parametrize("script", ["cross", "static"])
+@pytest.mark.parametrize("folder", [".", "out", "scripts/lib", "build/../out", "build-of-mine"])
+def test_nothing_is_built_among_the_sources(room, script, folder):
+    stand_in(room, "debootstrap", "exit 1")
+    stand_in(room, "apt-get", "exit 1")
+    process = start(room, f"scripts/{script}", "--folder", folder, "armhf", top=room / "top")
+    assert f"{(room / 'top' / folder).resolve()} is part of the source tree" in complaint(process, 2)
+
+
+def test_copies_of_the_sources_are_without_what_is_built_in_them(room):
+    tree = room / "tree"
+    for name in ("build/a", ".cache/a", ".git/a", "docs/build/a", "tests/__pycache__/a", "tests/.pytest_cache/a"):
+        (tree / name).parent.mkdir(parents=True)
+        (tree / name).touch()
+    copying = f"source {TOP}/scripts/lib/source_tree.sh; copySourceTree build/copy"
+    subprocess.run(["bash", "-euo", "pipefail", "-c", copying], cwd=tree, check=True)
+    copy = tree / "build" / "copy"
+    assert [str(path.relative_to(copy)) for path in copy.rglob("a")] == ["docs/build/a"]
+
+
 def test_without_root_there_is_no_cross_build(room):
     assert "as root" in complaint(start(room, "scripts/cross", "armhf", user=NOBODY, group=NOBODY), 1)
 
@@ -217,9 +243,7 @@ def test_a_package_is_built_behind_one_that_is_being_built(room, monkeypatch):
     """Also where its script was killed."""
     monkeypatch.setenv("ROOM", str(room))
     tree = room / "tree"
-    for name in ("scripts/package", "scripts/lib/dependencies.sh", "scripts/lib/own_root.sh"):
-        (tree / name).parent.mkdir(parents=True, exist_ok=True)
-        shutil.copy(TOP / name, tree / name)
+    shutil.copytree(TOP / "scripts", tree / "scripts")
     stand_in(room, "dpkg-buildpackage", "touch $ROOM/building; until [[ -e $ROOM/enough ]]; do sleep 0.1; done; exit 1")
     first = start(room, str(tree / "scripts/package"))
     eventually((room / "building").exists)
