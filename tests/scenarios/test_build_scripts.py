@@ -255,13 +255,30 @@ def test_a_package_is_built_behind_one_that_is_being_built(room, monkeypatch):
     first.communicate(timeout=60)
 
 
-@pytest.mark.parametrize("script, status", [("scripts/cross", 1), ("scripts/package", 1), ("scripts/boot", 77)])
-def test_missing_packages_are_named(room, script, status):
+def missing_packages(room: pathlib.Path, status: int, *call: str) -> list[str]:
+    """Those that are named where none is installed and none can be."""
     stand_in(room, "dpkg-query", "exit 1")
     stand_in(room, "apt-get", "echo E: no network >&2; exit 100")
-    process = start(room, script, *(["armhf"] if script == "scripts/cross" else []))
+    process = start(room, *call)
     _, err = process.communicate(timeout=60)
     assert process.returncode == status and err.startswith("apt-get could not install: ")
+    return err.splitlines()[0].split(": ")[1].split()
+
+
+@pytest.mark.parametrize("script, status", [("scripts/package", 1), ("scripts/boot", 77)])
+def test_missing_packages_are_named(room, script, status):
+    assert missing_packages(room, status, script)
+
+
+# What the scripts call themselves, and what the libraries of the static programs take the place of.
+@pytest.mark.parametrize("call, needed, idle", [
+    (["scripts/cross", "armhf"], {"debootstrap", "dpkg-dev", "mount", "python3"}, set()),
+    (["scripts/static"], {"cmake", "dpkg-dev", "g++", "ninja-build"}, {"libcurl4-openssl-dev", "libjsoncpp-dev"})])
+def test_what_may_be_installed_is_on_the_page_for_firmware_builders(room, call, needed, idle):
+    missing = set(missing_packages(room, 1, *call))
+    page = (TOP / "docs" / "firmware.md").read_text()
+    assert needed <= missing and not idle & missing
+    assert [name for name in missing if f"`{name}`" not in page] == []
 
 
 def test_the_package_is_not_tried_without_root(room):
