@@ -11,9 +11,10 @@ s390x   s390x-linux-gnu     s390x   packages
 mips    mips-linux-gnu      mips    sources
 riscv64 riscv64-linux-gnu   riscv64 sources
 "
+# shellcheck disable=SC2034 # scripts/cross names them
 mapfile -t kArchitectures < <(awk '{ if (NF) print $1 }' <<<"$kArchitectureTable")
 
-isArchitecture() { [[ " ${kArchitectures[*]} " == *" $1 "* ]]; }
+isArchitecture() { [[ -n $(compilerOf "$1") ]]; }
 
 # The columns of the table.
 compilerOf() { architectureColumn "$1" 2; }

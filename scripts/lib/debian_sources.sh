@@ -16,7 +16,8 @@ fetchDebianSources() {
   ((${#missing[@]} > 0)) || return 0
 
   mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Identifier: Packages' 'Codename: bookworm' | sed -n 1p)
-  [[ -n $mirror ]] || { echo "apt-get knows no packages of Debian 12; apt-get update fetches the lists" >&2 && return 1; }
+  [[ -n $mirror ]] ||
+    { echo "Error: apt-get knows no packages of Debian 12; apt-get update fetches the lists" && return 1; }
   rm -rf "$folder"/*.new
   mkdir -p "$folder"/apt/{lists,archives,preferences.d}/partial
   echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror bookworm main" \

@@ -15,8 +15,9 @@ begin() {
   echo "$doing" >&3
 }
 
+# What apt-get, compilers, CMake and ninja call an error, and not each mention of one, as in libgpg-error0 or strerror_r.
 explainFailure() {
-  local reason
-  reason=$(grep -E '^E: |[Ee]rror|FAILED' "$narrationLog" || grep . "$narrationLog") || reason="nothing was said"
+  local reason error='^E: |(^|[ :])[Ee]rror( at |:)|FAILED'
+  reason=$(grep -E "$error" "$narrationLog" || grep . "$narrationLog") || reason="nothing was said"
   echo "$narrator: failed at: $doing: $(tail -n 1 <<<"$reason" | cut -c -200); all of it is in $narrationLog" >&4
 }

@@ -56,7 +56,9 @@ def complaint(process: subprocess.Popen, status: int) -> str:
 
 
 def test_an_architecture_is_known_or_refused(room):
+    stand_in(room, "debootstrap", "exit 1")
     assert "sparc" in complaint(cross(room, "armhf", "sparc"), 2)
+    assert "arm64 armhf is unknown" in complaint(cross(room, "arm64 armhf"), 2)
     assert "usage: scripts/cross" in complaint(cross(room), 2)
     assert not (room / "cross").exists()
 
@@ -295,6 +297,11 @@ def static(room: pathlib.Path) -> subprocess.Popen:
     return start(room, "scripts/static", "--folder", str(room / "static"), top=room / "top")
 
 
+def test_the_static_build_says_that_apt_get_knows_no_packages(room):
+    stand_in(room, "apt-get", "echo W: 1 error was passed over >&2")
+    assert "Error: apt-get knows no packages of Debian 12" in complaint(static(room), 1)
+
+
 def test_the_static_build_says_what_could_not_be_fetched(room):
     stand_in(room, "apt-get", "echo E: no network >&2; exit 100")
     assert "E: no network" in complaint(static(room), 1)
@@ -331,10 +338,20 @@ def kill_and_call_again(room: pathlib.Path, monkeypatch) -> None:
     assert "E: begun anew" in complaint(static(room), 1)
 
 
-@pytest.mark.parametrize("said, last", [("all is well\\nlast words\\n\\n", "last words"),
-                                        ("CMake Error: no such compiler\\nmore\\n", "CMake Error: no such compiler")])
+DECOYS = ("I: Unpacking libgpg-error0:amd64...", "-- Looking for strerror_r", "[1/2] Building C object strerror.c.o",
+          "\tdh_installinit --name=tunnel_mngr --error-handler=true", "sh: line 1: unit_tests: Exec format error")
+
+
+@pytest.mark.parametrize("said, last", [
+    (["all is well", "last words", ""], "last words"),
+    ([*DECOYS, "mount: /cross: permission denied."], "mount: /cross: permission denied."),
+    *[([told, *DECOYS, "more"], told) for told in (
+        "CMake Error: no such compiler", "CMake Error at CMakeLists.txt:3 (project):", "E: Unable to fetch archives",
+        "a.cpp:3:5: error: expected a declaration", "Error: npm could not fetch it", "FAILED: tests/unit_tests",
+        "[  FAILED  ] Text.IsJoined (0 ms)", "dpkg-buildpackage: error: debian/rules binary ended with status 2")]])
 def test_what_failed_is_told_whatever_its_words_are(room, said, last):
-    script = f"source scripts/lib/narration.sh; narrate it {room}/log; begin Trying; printf '{said}'; false"
+    (room / "said").write_text("\n".join([*said, ""]))
+    script = f"source scripts/lib/narration.sh; narrate it {room}/log; begin Trying; cat {room}/said; false"
     err = complaint(start(room, "bash", "-euo", "pipefail", "-c", script), 1)
     assert err == f"it: failed at: Trying: {last}; all of it is in {room}/log\n"
 
