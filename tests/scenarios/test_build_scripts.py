@@ -161,6 +161,28 @@ def test_a_root_that_was_being_changed_when_its_call_was_killed_is_made_anew(roo
     assert begun in out.splitlines() and "E: begun anew" in err
 
 
+# In place of all that is run in a root, among it a linker that warns. As ninja does, it links nothing that is there.
+WARNING_LINKER = """
+case $* in
+  *"cmake --preset"*) [[ $* != *-Wl,--fatal-warnings* ]] || touch "$ROOM/fatal" ;;
+  *"cmake --build"*)
+    [[ ! -e $ROOM/linked ]] || exit 0
+    echo "ld: warning: the stack is executable"
+    [[ ! -e $ROOM/fatal ]] && touch "$ROOM/linked" ;;
+esac
+"""
+
+
+def test_what_a_linker_warns_of_is_not_built_by_the_next_call_either(room, monkeypatch):
+    monkeypatch.setenv("ROOM", str(room))
+    stand_in(room, "debootstrap", EMPTY_ROOT)
+    stand_in(room, "chroot", WARNING_LINKER)
+    for source in ("libjsoncpp", "curl", "googletest"):
+        (room / "cross" / "sources" / source).mkdir(parents=True)
+    for _ in range(2):
+        assert "ld: warning: the stack is executable" in complaint(cross(room, "mips"), 1)
+
+
 def sleepers(room: pathlib.Path) -> list[str]:
     """The processes that have come from the room's programs and have not ended."""
     found = []
