@@ -91,6 +91,19 @@ def test_the_package_is_for_its_architecture():
     assert {"iproute2", "libc6", "libcurl4", "libjsoncpp25"} <= needed
 
 
+# Versions of glibc's interface that are named otherwise, and the first release that has each.
+INTERFACES = {"ABI_DT_RELR": "2.36"}
+
+
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_the_package_asks_for_a_c_library_that_can_start_its_programs(unpacked, program):
+    versions = package.output("readelf", "--wide", "--version-info", unpacked / program)
+    needed = re.findall(r"\bName: GLIBC_(\S+)", versions)
+    releases = [[int(part) for part in INTERFACES.get(version, version).split(".")] for version in needed]
+    asked, = re.findall(r"\blibc6 \(>= ([\d.]+)\)", package.field("Depends"))
+    assert max(releases) <= [int(part) for part in asked.split(".")]
+
+
 def test_the_versions_agree():
     """Of the project, as CMake knows it, of the package and of the list of changes for users."""
     cache, = package.SOURCE.glob("obj-*/CMakeCache.txt")
