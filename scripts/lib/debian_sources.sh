@@ -1,4 +1,4 @@
-# Debian's sources of the two libraries, and their smallest builds. To be sourced by a bash script.
+# Debian's sources of libraries, and the smallest builds of jsoncpp and libcurl. To be sourced by a bash script.
 
 # tied COMMAND...: runs it, and has it end when this script is killed. ninja takes its compilers along then, which cmake
 # would not have it do.
