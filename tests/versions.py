@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that tunnelctl, the changelog and the Debian package's changelog, where there is one, tell the same version.
+"""Checks that tunnelctl, the changelog and the Debian package's changelog tell the same version.
 
     versions.py ROOT TUNNELCTL...
 
@@ -22,10 +22,9 @@ def main():
     said = subprocess.run([*sys.argv[2:], "--version"], capture_output=True, text=True, check=True).stdout
     versions = {"tunnelctl": first_match(r"\Atunnelctl (\S+)\n\Z", said),
                 "CHANGELOG.md": first_match(r"^## ([\d.]+)", (root / "CHANGELOG.md").read_text())}
-    package = root / "debian/changelog"
-    if package.exists():
-        # "name (version-revision) distribution; ...": the revision is the package's own.
-        versions["debian/changelog"] = first_match(r"\A\S+ \(([^()-]+)(?:-[^()-]+)?\) ", package.read_text())
+    # "name (version-revision) distribution; ...": the revision is the package's own.
+    package = (root / "debian/changelog").read_text()
+    versions["debian/changelog"] = first_match(r"\A\S+ \(([^()-]+)(?:-[^()-]+)?\) ", package)
     print("\n".join(f"{where}: {version}" for where, version in versions.items()))
     sys.exit(0 if len(set(versions.values())) == 1 and "none" not in versions.values() else 1)
 
