@@ -107,6 +107,23 @@ def routed(open_router, tmp_path):
     return routed
 
 
+@pytest.fixture
+def open_house(make_router, program, tmp_path):
+    """A function that opens a house of init_systems with these packages and files: open_house("runit", files={...})."""
+    from init_systems import DOCUMENTS, House, unpacked  # which asks about the program
+
+    def open_house(*packages: str, files: dict[str, str] | None = None) -> House:
+        for package in packages:
+            unpacked(package)  # or this test is skipped, before there is a router
+        return House(make_router(DOCUMENTS), program, tmp_path, packages, files)
+    return open_house
+
+
+@pytest.fixture(params=[["/bin/sh"], ["busybox", "sh"]], ids=["debian", "busybox"])
+def shell(request) -> list[str]:
+    return request.param
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     """Fails the test for what its routers complain of, and shows a failed test's timelines and outputs."""

@@ -19,6 +19,7 @@ ROOT = pathlib.Path(__file__).parents[2]
 PACKAGING = ROOT / "packaging"
 PACKAGES = ROOT / "build" / "init-systems"
 DAEMON = ["/usr/sbin/tunnel_mngr", "--daemonize", "--printlvl", "50"]
+SHELL = ["/bin/sh"]
 FOREGROUND = "/usr/libexec/tunnel_mngr-foreground"
 NO_SHARED_MEMORY = "tunnel_mngr: cannot start: there is no /dev/shm that can be written to. Mount a tmpfs there.\n"
 ENDED = "tunnel_mngr: the daemon has ended by itself.\n"

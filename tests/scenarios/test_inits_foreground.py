@@ -7,10 +7,9 @@ import pytest
 
 from c_library import SEMAPHORES
 from daemon_stories import MONITORS_START, PID_FILE, SEMAPHORE, assert_no_instance, wait_until_idle
-from init_systems import DOCUMENTS, ENDED, FOREGROUND, NO_SHARED_MEMORY, House
+from init_systems import ENDED, FOREGROUND, NO_SHARED_MEMORY, SHELL, House
 from sandbox.process import Process
 
-SHELLS = {"debian": ["/bin/sh"], "busybox": ["busybox", "sh"]}
 HOLDER = """
 import mmap, os, sys, time
 descriptor = os.open(sys.argv[1], os.O_CREAT | os.O_RDWR)
@@ -22,21 +21,16 @@ time.sleep(1000)
 """
 
 
-@pytest.fixture(params=SHELLS)
-def shell(request) -> list[str]:
-    return SHELLS[request.param]
-
-
 @pytest.fixture
-def house(make_router, program, tmp_path) -> House:
-    return House(make_router(DOCUMENTS), program, tmp_path)
+def house(open_house) -> House:
+    return open_house()
 
 
-def start(house: House, shell: list[str] = SHELLS["debian"], *arguments: str) -> Process:
+def start(house: House, shell: list[str] = SHELL, *arguments: str) -> Process:
     return house.router.spawn([*shell, FOREGROUND, *arguments])
 
 
-def started(house: House, shell: list[str] = SHELLS["debian"]) -> tuple[Process, Process]:
+def started(house: House, shell: list[str] = SHELL) -> tuple[Process, Process]:
     """The script, which waits, and the daemon, whose first run is over."""
     mark = house.router.mark()
     script = start(house, shell)
@@ -82,7 +76,7 @@ def test_sighup_is_passed_on_and_causes_one_run(house, shell):
 
 
 def test_the_daemon_is_given_the_arguments(house):
-    start(house, SHELLS["debian"], "--printlvl", "100")
+    start(house, SHELL, "--printlvl", "100")
     house.router.wait_for("log", "ip tunnel add one mode gre")  # logged at level 100 only
 
 
@@ -192,7 +186,7 @@ def test_shared_memory_that_is_read_only_is_none(house, shell):
 
 
 def test_a_start_that_fails_is_told(house):
-    script = start(house, SHELLS["debian"], "--printlvl", "101")
+    script = start(house, SHELL, "--printlvl", "101")
     assert script.wait_exit() == 1
     assert script.stderr == "tunnel_mngr: did not start (status 1); the system log may tell why.\n"
 
@@ -209,9 +203,9 @@ def test_a_signal_during_the_start_ends_it(house, shell):
     assert_no_instance(house.router)
 
 
-def test_a_daemon_that_is_there_when_its_start_is_ended_is_ended_as_well(make_router, program, tmp_path):
+def test_a_daemon_that_is_there_when_its_start_is_ended_is_ended_as_well(open_house, program):
     slow = f'#!/bin/sh\n{os.path.abspath(program)} "$@"\nexec sleep 1000\n'
-    house = House(make_router(DOCUMENTS), program, tmp_path, files={"usr/sbin/tunnel_mngr": slow})
+    house = open_house(files={"usr/sbin/tunnel_mngr": slow})
     script = start(house)
     house.router.wait_for("log", MONITORS_START)
     script.signal(signal.SIGTERM)

@@ -6,11 +6,10 @@ import signal
 import pytest
 
 from daemon_stories import MONITORS_START, SEMAPHORE
-from init_systems import DOCUMENTS, FOREGROUND, House
+from init_systems import FOREGROUND, SHELL, House
 from openvpn_records import arguments
 from sandbox.process import Process
 
-SHELLS = {"debian": ["/bin/sh"], "busybox": ["busybox", "sh"]}
 STAND_IN = ["env", "PATH=/run/sandbox/bin"]
 ODD_NAME = "a.conf b_c\n"
 PARENT = '#!/bin/sh\nPATH=/run/sandbox/bin\n"$@"\nexit\n'
@@ -31,17 +30,12 @@ FOREIGN = {
 }
 
 
-@pytest.fixture(params=SHELLS)
-def shell(request) -> list[str]:
-    return SHELLS[request.param]
-
-
 @pytest.fixture
-def house(make_router, program, tmp_path) -> House:
-    return House(make_router(DOCUMENTS), program, tmp_path, files={"usr/local/bin/tunnel_mngr": PARENT})
+def house(open_house) -> House:
+    return open_house(files={"usr/local/bin/tunnel_mngr": PARENT})
 
 
-def start(house: House, shell: list[str] = SHELLS["debian"]) -> tuple[Process, Process]:
+def start(house: House, shell: list[str] = SHELL) -> tuple[Process, Process]:
     """The script, and the daemon with its openvpn."""
     mark = house.router.mark()
     script = house.router.spawn([*shell, FOREGROUND])
@@ -96,7 +90,7 @@ def test_the_words_decide(house, shell, name):
 
 @pytest.mark.parametrize("words", FOREIGN.values(), ids=FOREIGN)
 def test_one_with_other_words_is_left_alone(house, words):
-    assert_left_alone(house, SHELLS["debian"], imitation(house, *words))
+    assert_left_alone(house, SHELL, imitation(house, *words))
 
 
 @pytest.mark.parametrize("before", [["unshare", "--mount", *STAND_IN], ["/usr/local/bin/tunnel_mngr"]],

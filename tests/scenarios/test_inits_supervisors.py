@@ -6,21 +6,11 @@ import signal
 import pytest
 
 from daemon_stories import MONITORS_START, PID_FILE
-from init_systems import DOCUMENTS, NO_SHARED_MEMORY, PACKAGING, House, configured, unpacked
+from init_systems import NO_SHARED_MEMORY, PACKAGING, House, configured
 
 
 def example(name: str) -> str:
     return configured((PACKAGING / "examples" / f"{name}.in").read_text())
-
-
-@pytest.fixture
-def open_house(make_router, program, tmp_path):
-    """A function that opens a house with these packages and files: open_house("runit", files={...})."""
-    def open_house(*packages: str, files: dict[str, str]) -> House:
-        for package in packages:
-            unpacked(package)  # or this test is skipped, before there is a router
-        return House(make_router(DOCUMENTS), program, tmp_path, packages, files)
-    return open_house
 
 
 # ---- runit ----

@@ -6,7 +6,7 @@ import signal
 import pytest
 
 from daemon_stories import PID_FILE, assert_no_instance, times_blocked
-from init_systems import DOCUMENTS, FOREGROUND, NO_SHARED_MEMORY, PACKAGING, House, unpacked
+from init_systems import FOREGROUND, NO_SHARED_MEMORY, PACKAGING, House
 from sandbox.process import Process
 
 SCRIPT = {"etc/init.d/tunnel_mngr": (PACKAGING / "tunnel_mngr.init").read_text()}
@@ -15,13 +15,11 @@ FOREGROUND_INITTAB = f"id:2:initdefault:\ntm:2:respawn:{FOREGROUND}\n"
 
 
 @pytest.fixture
-def open_house(make_router, program, tmp_path):
-    """A function that opens a house with the init script and these packages and files."""
-    def open_house(*packages: str, files: dict[str, str] | None = None) -> House:
-        for package in packages:
-            unpacked(package)  # or this test is skipped, before there is a router
-        return House(make_router(DOCUMENTS), program, tmp_path, packages, SCRIPT | (files or {}))
-    return open_house
+def open_house(open_house):
+    """The same, with the init script in it."""
+    def open_with_script(*packages: str, files: dict[str, str] | None = None) -> House:
+        return open_house(*packages, files=SCRIPT | (files or {}))
+    return open_with_script
 
 
 @pytest.fixture
