@@ -26,6 +26,22 @@ ENDED = "tunnel_mngr: the daemon has ended by itself.\n"
 DIRECTORIES = {"": 0o755, "/cacerts": 0o700, "/certs": 0o700, "/private": 0o700}
 STAND_INS = ("ip", "ipsec", "firewall", "ping")  # openvpn is the real one
 NOBODY = 65534
+# Passes for an instance: it has this name, and maps a semaphore as both C libraries do, by another name that is removed
+# when the semaphore is made. Where it is only asked for, which fails, that name is still there. Then it runs a command.
+INSTANCE = """
+import ctypes, mmap, os, subprocess, sys
+name, semaphore, end, *command = sys.argv[1:]
+ctypes.CDLL(None).prctl(15, name.encode(), 0, 0, 0)
+descriptor = os.open(semaphore + ".new", os.O_CREAT | os.O_RDWR)
+os.truncate(descriptor, 32)
+mapped = mmap.mmap(descriptor, 32)
+os.close(descriptor)
+if end == "made":
+    os.link(semaphore + ".new", semaphore)
+    os.unlink(semaphore + ".new")
+print(end, flush=True)
+subprocess.run(command)
+"""
 # Its openvpn becomes another user's, and so the kernel does not tell it that the daemon has ended.
 DOCUMENTS = documents(gre("one"), ovpnTunnels=[tunnel("vpn", "dev null\nlport 1195\nuser nobody\n")])
 
@@ -124,6 +140,13 @@ class House:
         self.view = f"/proc/{first}/root"
         return self.router.process(first)
 
+    def imitate(self, *command: str, name: str = "tunnel_mngr", semaphore: str = SEMAPHORE, end: str = "made",
+                before: tuple[str, ...] = ()) -> Process:
+        """A process that passes for an instance; returns when it has its semaphore."""
+        process = self.router.spawn([*before, "/usr/bin/python3", "-c", INSTANCE, name, semaphore, end, *command])
+        self.router.wait_until(lambda: process.stdout == f"{end}\n", "the semaphore")
+        return process
+
     def take_shared_memory_away(self) -> None:
         self.do(["umount", "/dev/shm"])
         self.do(["rmdir", "/dev/shm"])
@@ -172,6 +195,17 @@ class House:
 
     def wait_for_end(self, process: Process) -> None:
         self.router.wait_until(lambda: not process.alive(), f"the end of {process.pid}", timeout=30)
+
+    def wait_until_it_waits(self, script: Process, looks: int = 1) -> None:
+        """Each look of tunnel_mngr-foreground is followed by a sleep."""
+        seen = set()
+
+        def has_looked() -> bool:
+            sleeps = [process.pid for process in self.processes("sleep", "1")]
+            seen.update(pid for pid in script.children() if pid in sleeps)
+            return len(seen) >= looks
+
+        self.router.wait_until(has_looked, "the script to wait")
 
     # ---- steps that every init system takes ----
 

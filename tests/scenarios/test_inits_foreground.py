@@ -7,18 +7,16 @@ import pytest
 
 from c_library import SEMAPHORES
 from daemon_stories import MONITORS_START, PID_FILE, SEMAPHORE, assert_no_instance, wait_until_idle
-from init_systems import ENDED, FOREGROUND, NO_SHARED_MEMORY, SHELL, House
+from init_systems import DAEMON, ENDED, FOREGROUND, NO_SHARED_MEMORY, SHELL, House
 from sandbox.process import Process
 
-HOLDER = """
-import mmap, os, sys, time
-descriptor = os.open(sys.argv[1], os.O_CREAT | os.O_RDWR)
-os.truncate(descriptor, 32)
-kept = mmap.mmap(descriptor, 32)
-os.close(descriptor)
-print("open", flush=True)
-time.sleep(1000)
-"""
+# A mount namespace with shared memory of its own, as a container has it.
+CONTAINER = ("unshare", "--mount", "sh", "-c", 'mount -t tmpfs tmpfs /dev/shm && exec "$@"', "sh")
+NO_INSTANCES = {
+    "another program": {"name": "something"},
+    "a request to refresh": {"end": "asked for"},
+    "an instance in a container": {"before": CONTAINER},
+}
 
 
 @pytest.fixture
@@ -35,12 +33,8 @@ def started(house: House, shell: list[str] = SHELL) -> tuple[Process, Process]:
     mark = house.router.mark()
     script = start(house, shell)
     daemon = house.wait_for_run(mark)
-    wait_until_it_waits(house)
+    house.wait_until_it_waits(script)
     return script, daemon
-
-
-def wait_until_it_waits(house: House) -> None:
-    house.router.wait_until(lambda: house.processes("sleep", "1"), "the script to wait")
 
 
 def leave_remains(house: House, number: int | str, semaphore: str = SEMAPHORE) -> None:
@@ -111,7 +105,7 @@ def test_a_single_run_is_waited_for(house):
     house.router.wait_for("exec", program="firewall")
     mark = house.router.mark()
     script = start(house)
-    wait_until_it_waits(house)
+    house.wait_until_it_waits(script)
     assert not house.daemons() and script.alive()
     house.router.program("firewall").exit()
     assert single.wait_exit() == 0
@@ -122,14 +116,97 @@ def test_a_single_run_is_waited_for(house):
 @pytest.mark.parametrize("name", SEMAPHORES)
 def test_who_has_the_semaphore_open_is_at_work(house, name):
     """One of the names is another C library's; whoever has it open there keeps the script from starting, too."""
-    holder = house.router.spawn(["/usr/bin/python3", "-c", HOLDER, name])
-    house.router.wait_until(lambda: holder.stdout == "open\n", "the semaphore")
+    holder = house.imitate("sleep", "1000", semaphore=name)
     script = start(house)
-    wait_until_it_waits(house)
+    house.wait_until_it_waits(script)
     assert script.alive() and not house.daemons() and house.router.exists(name)
     holder.signal(signal.SIGKILL)
     house.wait_for_run(0)
     assert house.router.exists(name) == (name == SEMAPHORE)
+
+
+def test_an_instance_with_mounts_of_its_own_is_at_work(house):
+    """As the service unit's has them; its shared memory is the same."""
+    house.imitate("sleep", "1000", before=("unshare", "--mount"))
+    script = start(house)
+    house.wait_until_it_waits(script)
+    assert script.alive() and not house.daemons()
+
+
+@pytest.mark.parametrize("who", NO_INSTANCES.values(), ids=NO_INSTANCES)
+def test_who_is_no_instance_keeps_nobody_waiting(house, shell, who):
+    leave_remains(house, 1)
+    bystander = house.imitate("sleep", "1000", semaphore="/dev/shm/sem.IMITATION", **who)
+    started(house, shell)
+    assert bystander.alive()
+
+
+# ---- a daemon that ends, or is starting, and whose script was killed ----
+
+def abandoned_in_its_run(house: House) -> Process:
+    """A daemon that was told to end in a run, by a script that was killed then: its semaphore and PID file have gone."""
+    house.router.program("firewall").on(stay=True, times=1)
+    script = start(house)
+    house.router.wait_for("exec", program="firewall")
+    daemon = house.router.wait_until(house.daemons, "the daemon")[0]
+    house.router.wait_until(lambda: house.router.exists(PID_FILE), "its PID file")
+    script.signal(signal.SIGTERM)
+    house.router.wait_until(lambda: not house.router.exists(PID_FILE), "the daemon to be told")
+    script.signal(signal.SIGKILL)
+    return daemon
+
+
+def test_a_daemon_that_ends_after_its_run_is_waited_for(house, shell):
+    """Its successor's run would be beside its own."""
+    old = abandoned_in_its_run(house)
+    script = start(house, shell)
+    house.wait_until_it_waits(script, looks=3)
+    assert [daemon.pid for daemon in house.daemons()] == [old.pid]
+    mark = house.router.mark()
+    house.router.program("firewall").exit()
+    house.router.wait_for("log", MONITORS_START, since=mark, count=2)  # its own, and behind that its successor's
+    assert not old.alive() and house.daemon().pid != old.pid and house.runs(mark) == 1
+
+
+def test_a_script_that_is_ended_waits_for_the_daemon_that_ends(house, shell):
+    old = abandoned_in_its_run(house)
+    script = start(house, shell)
+    house.wait_until_it_waits(script)
+    script.signal(signal.SIGTERM)
+    house.wait_until_it_waits(script, looks=3)
+    assert old.alive() and script.alive()
+    house.router.program("firewall").exit()
+    assert script.wait_exit() == 0 and not house.daemons() and house.runs() == 1
+    assert_no_instance(house.router)
+
+
+def test_a_start_by_a_script_that_was_killed_is_waited_for_and_ended(house, shell):
+    house.router.api.on("wans", hang=True)
+    first = start(house, shell)
+    house.router.wait_for("api", "wans")
+    first.signal(signal.SIGKILL)
+    second = start(house, shell)
+    house.wait_until_it_waits(second, looks=3)
+    assert len(house.daemons()) == 1
+    second.signal(signal.SIGTERM)
+    assert second.wait_exit() == 0 and not house.daemons()
+    assert_no_instance(house.router)
+
+
+def test_a_daemon_that_has_lost_its_semaphore_is_looked_after(house):
+    """Of two starts at once the second takes the first for dead, and removes its semaphore."""
+    house.router.api.on("wans", hang=True, times=1)
+    house.router.spawn(DAEMON)
+    house.router.wait_for("api", "wans")
+    house.do(DAEMON, 1)
+    house.router.api.release()
+    house.router.wait_for("log", MONITORS_START)
+    [daemon] = house.daemons()
+    mark = house.router.mark()
+    script = start(house)
+    house.assert_left_alone(daemon, mark)
+    assert not house.router.exists(SEMAPHORE)
+    assert script.terminate() == 0 and not daemon.alive()
 
 
 # ---- the remains of a daemon that was killed ----
@@ -234,7 +311,7 @@ def test_a_daemon_that_cannot_write_its_number_is_reported_and_not_started_twice
     mark = house.router.mark()
     following = start(house)
     house.assert_left_alone(daemon, mark)
-    assert following.terminate() == 0
+    assert following.terminate() == 0 and not daemon.alive()
 
 
 # ---- as the first process ----
@@ -244,6 +321,7 @@ def test_as_the_first_process_of_a_container(house, shell):
     mark = house.router.mark()
     first = house.boot(*shell, FOREGROUND)
     daemon = house.wait_for_run(mark)
+    house.assert_prepared(daemon)
     enter = ["nsenter", "--target", str(first.pid), "--pid", "--mount"]
     house.do([*enter, "bash", "-c", "(sleep 0.2 &)"])
     house.router.wait_until(lambda: not house.processes("sleep", "0.2"), "the end of the orphan")

@@ -6,22 +6,19 @@ import signal
 import pytest
 
 from daemon_stories import MONITORS_START, SEMAPHORE
-from init_systems import FOREGROUND, SHELL, House
+from init_systems import FOREGROUND, INSTANCE, SHELL, House
 from openvpn_records import arguments
 from sandbox.process import Process
 
 STAND_IN = ["env", "PATH=/run/sandbox/bin"]
 ODD_NAME = "a.conf b_c\n"
-PARENT = '#!/bin/sh\nPATH=/run/sandbox/bin\n"$@"\nexit\n'
-# A tunnel manager that ends, for as long as one of its threads has not.
-ENDING = """
-import ctypes, subprocess, sys, threading, time
-libc = ctypes.CDLL(None)
-libc.prctl(15, b"tunnel_mngr", 0, 0, 0)
+# An instance that ends, for as long as one of its threads has not.
+ENDING = INSTANCE.replace("subprocess.run(command)", """
+import threading, time
 threading.Thread(target=time.sleep, args=[1000]).start()
-subprocess.Popen(sys.argv[1:])
-libc.pthread_exit(None)
-"""
+subprocess.Popen(command)
+ctypes.CDLL(None).pthread_exit(None)
+""")
 FOREIGN = {
     "other words": ["openvpn", "--config", "/var/run/openvpn_one.conf"],
     "more words": [*arguments("one"), "--daemon"],
@@ -32,7 +29,7 @@ FOREIGN = {
 
 @pytest.fixture
 def house(open_house) -> House:
-    return open_house(files={"usr/local/bin/tunnel_mngr": PARENT})
+    return open_house()
 
 
 def start(house: House, shell: list[str] = SHELL) -> tuple[Process, Process]:
@@ -48,6 +45,11 @@ def imitation(house: House, *argv: str, before: list[str] = STAND_IN) -> Process
     mark = house.router.mark()
     house.router.spawn([*before, *argv])
     return house.router.process(house.router.wait_for("exec", program="openvpn", since=mark).pid)
+
+
+def manager(text: str = INSTANCE, end: str = "made") -> list[str]:
+    """What makes a process with the program's name the parent of the words behind it."""
+    return ["/usr/bin/python3", "-c", text, "tunnel_mngr", "/dev/shm/sem.IMITATION", end, *STAND_IN]
 
 
 def assert_left_alone(house: House, shell: list[str], bystander: Process) -> None:
@@ -93,17 +95,30 @@ def test_one_with_other_words_is_left_alone(house, words):
     assert_left_alone(house, SHELL, imitation(house, *words))
 
 
-@pytest.mark.parametrize("before", [["unshare", "--mount", *STAND_IN], ["/usr/local/bin/tunnel_mngr"]],
-                         ids=["of a container", "of a single run"])
-def test_one_that_has_its_manager_or_another_one_s_files_is_left_alone(house, shell, before):
-    assert_left_alone(house, shell, imitation(house, *arguments("one"), before=before))
+def test_one_in_a_container_is_left_alone(house, shell):
+    assert_left_alone(house, shell, imitation(house, *arguments("one"), before=["unshare", "--mount", *STAND_IN]))
+
+
+def test_one_that_has_its_manager_is_left_alone(house, shell):
+    """As those of a single run, or of a daemon that ends after its run."""
+    script, _ = start(house, shell)
+    bystander = imitation(house, *arguments("one"), before=manager())
+    assert script.terminate(30) == 0
+    assert bystander.alive() and not house.router.find("caught", "openvpn")
 
 
 def test_one_whose_manager_is_but_a_zombie_is_ended(house, shell):
-    left = imitation(house, *arguments("one"), before=["/usr/bin/python3", "-c", ENDING, *STAND_IN])
-    manager = house.router.process(left.facts()["parent"])
-    house.router.wait_until(lambda: not manager.alive(), "the manager to be a zombie")
-    assert manager.facts()["name"] == "tunnel_mngr"
+    left = imitation(house, *arguments("one"), before=manager(ENDING))
+    ending = house.router.process(left.facts()["parent"])
+    house.router.wait_until(lambda: not ending.alive(), "the manager to be a zombie")
+    assert ending.facts()["name"] == "tunnel_mngr"
+    start(house, shell)
+    assert not left.alive()
+
+
+def test_one_whose_manager_is_at_its_very_end_is_ended(house, shell):
+    """It has closed its semaphore, and so another may start; what it has not ended then, nobody else would."""
+    left = imitation(house, *arguments("one"), before=manager(end="asked for"))
     start(house, shell)
     assert not left.alive()
 

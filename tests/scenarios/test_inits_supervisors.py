@@ -46,6 +46,26 @@ def test_runit(runit):
     runit.assert_stopped(daemon)
 
 
+def test_runit_that_loses_patience_starts_no_second_daemon(runit):
+    """It kills the script while the daemon goes on with its run, as it must, and is told to start another."""
+    runit.router.program("firewall").on(stay=True, times=1)
+    runit.router.spawn(["runsvdir", "-P", "/run/service"])
+    link_service(runit)
+    runit.router.wait_for("exec", program="firewall")
+    daemon = runit.daemon()
+    [killed] = runit.scripts()
+    runit.do(["sv", "-w", "1", "force-stop", "/run/service/tunnel_mngr"], 1)
+    assert not killed.alive() and daemon.alive() and not runit.router.exists(PID_FILE)
+    runit.do(["sv", "up", "/run/service/tunnel_mngr"])
+    [script] = runit.router.wait_until(runit.scripts, "the next script")
+    runit.wait_until_it_waits(script, looks=2)
+    assert [other.pid for other in runit.daemons()] == [daemon.pid]
+    mark = runit.router.mark()
+    runit.router.program("firewall").exit()
+    runit.router.wait_for("log", MONITORS_START, since=mark, count=2, timeout=20)
+    assert not daemon.alive() and runit.daemon().pid != daemon.pid
+
+
 def test_runit_without_shared_memory(runit):
     runit.take_shared_memory_away()
     supervisor = runit.router.spawn(["runsvdir", "-P", "/run/service"])

@@ -90,20 +90,65 @@ def test_a_process_that_has_the_number_of_a_dead_daemon_is_left_alone(house):
     assert bystander.alive()
 
 
-def test_a_restart_waits_for_the_run_that_is_under_way(house):
-    """Until the old daemon has ended there must be no new one, although its PID file has gone at once."""
+def in_its_run(house: House) -> Process:
+    """A daemon whose first run does not end."""
     house.router.program("firewall").on(stay=True, times=1)
     service(house, "start")
     house.router.wait_for("exec", program="firewall")
-    daemon = house.daemon()
-    restart = house.router.spawn(["service", "tunnel_mngr", "restart"])
+    return house.daemon()
+
+
+def told_to_end(house: House) -> Process:
+    """The same, when somebody has sent it SIGTERM."""
+    daemon = in_its_run(house)
+    daemon.signal(signal.SIGTERM)
     house.router.wait_until(lambda: not house.router.exists(PID_FILE), "the daemon to be told")
-    [waiting] = house.processes("start-stop-daemon")
+    return daemon
+
+
+def waiting_for(house: House, daemon: Process, word: str) -> Process:
+    """The script, which goes on looking at the daemon."""
+    script = house.router.spawn(["service", "tunnel_mngr", word])
+    house.router.wait_until(lambda: not house.router.exists(PID_FILE), "the daemon to be told")
+    [waiting] = house.router.wait_until(lambda: house.processes("start-stop-daemon"), "the script to wait")
     house.router.wait_until(lambda: times_blocked(house.router, waiting.pid) > 3, "a few looks at the daemon")
     assert [other.pid for other in house.daemons()] == [daemon.pid]
+    return script
+
+
+@pytest.mark.parametrize("begin", [in_its_run, told_to_end])
+def test_a_restart_waits_for_the_run_that_is_under_way(house, begin):
+    """Until the old daemon has ended there must be no new one, although its PID file has gone at once."""
+    daemon = begin(house)
+    restart = waiting_for(house, daemon, "restart")
     house.router.program("firewall").exit()
     assert restart.wait_exit() == 0
-    assert house.daemon().pid != daemon.pid
+    assert not daemon.alive() and house.daemon().pid != daemon.pid
+
+
+def test_a_stop_waits_for_a_daemon_that_was_told_to_end(house):
+    daemon = told_to_end(house)
+    stop = waiting_for(house, daemon, "stop")
+    house.router.program("firewall").exit()
+    assert stop.wait_exit() == 0
+    house.assert_stopped(daemon)
+
+
+def test_a_start_beside_a_daemon_that_ends_says_so(house):
+    daemon = told_to_end(house)
+    assert ("tunnel_mngr: cannot start: a daemon without a PID file is at work; restart ends it first.\n"
+            in service(house, "start", 1))
+    assert [other.pid for other in house.daemons()] == [daemon.pid]
+
+
+def test_a_stop_ends_a_start_that_is_under_way(house):
+    """It asks the API before it becomes a daemon, and may wait for the answer for a minute."""
+    house.router.api.on("wans", hang=True)
+    start = house.router.spawn(["service", "tunnel_mngr", "start"])
+    house.router.wait_for("api", "wans")
+    service(house, "stop")
+    assert start.wait_exit() != 0 and not house.daemons()
+    assert_no_instance(house.router)
 
 
 def test_a_daemon_whose_program_was_replaced_is_restarted(house, program, tmp_path):
@@ -119,7 +164,8 @@ def test_a_single_run_is_left_alone(house):
     house.router.program("firewall").on(stay=True, times=1)
     single = house.router.spawn(["/usr/sbin/tunnel_mngr"])
     house.router.wait_for("exec", program="firewall")
-    assert "tunnel_mngr: cannot start: a single run is under way.\n" in service(house, "start", 1)
+    for word in ("start", "restart"):
+        assert "tunnel_mngr: cannot start: a single run is under way.\n" in service(house, word, 1)
     house.router.program("firewall").exit()
     assert single.wait_exit() == 0
     started(house)
@@ -163,6 +209,7 @@ def test_sysvinit_keeps_the_script_in_the_foreground(open_house):
     house = open_house("sysvinit-core", files={"etc/inittab": FOREGROUND_INITTAB})
     init = boot(house)
     daemon = house.wait_for_run(0)
+    house.assert_prepared(daemon)
     house.assert_left_alone(daemon, house.router.mark())
     daemon = house.assert_killed_and_replaced(daemon)
     house.assert_script_replaced(daemon)
