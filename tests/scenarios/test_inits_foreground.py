@@ -262,6 +262,15 @@ def test_shared_memory_that_is_read_only_is_none(house, shell):
     assert (script.wait_exit(), script.stderr) == (1, NO_SHARED_MEMORY)
 
 
+def test_names_in_shared_memory_that_somebody_has_foreseen_lead_nowhere(house, shell):
+    """Every user may put links there."""
+    house.router.write_file("/run/victim", "intact")
+    links = "import os\nfor pid in range(1, 4000): os.symlink('/run/victim', f'/dev/shm/tunnel_mngr.{pid}')"
+    house.do(["/usr/bin/python3", "-c", links])
+    script, _ = started(house, shell)
+    assert script.pid < 4000 and house.router.read_file("/run/victim") == "intact"
+
+
 def test_a_start_that_fails_is_told(house):
     script = start(house, SHELL, "--printlvl", "101")
     assert script.wait_exit() == 1

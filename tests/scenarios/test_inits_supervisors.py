@@ -76,7 +76,7 @@ def test_runit_without_shared_memory(runit):
 
 # ---- BusyBox init ----
 
-TOOLS = ("sh", "sleep", "grep", "ls", "mkdir", "rm", "chmod", "chown", "tr", "mount")
+TOOLS = ("sh", "sleep", "grep", "ls", "mkdir", "rm", "chmod", "chown", "tr", "touch", "mount")
 
 
 @pytest.fixture
