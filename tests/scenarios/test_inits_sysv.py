@@ -28,9 +28,8 @@ def house(open_house) -> House:
 
 
 def service(house: House, word: str, status: int = 0) -> str:
-    """What the script says, on either stream."""
-    done = house.do(["service", "tunnel_mngr", word], status, timeout=60)
-    return done.stdout + done.stderr
+    """What the script says, as a terminal shows it."""
+    return house.do(["sh", "-c", f"service tunnel_mngr {word} 2>&1"], status, timeout=60).stdout
 
 
 def started(house: House) -> Process:
@@ -136,8 +135,8 @@ def test_a_stop_waits_for_a_daemon_that_was_told_to_end(house):
 
 def test_a_start_beside_a_daemon_that_ends_says_so(house):
     daemon = told_to_end(house)
-    assert ("tunnel_mngr: cannot start: a daemon without a PID file is at work; restart ends it first.\n"
-            in service(house, "start", 1))
+    assert service(house, "start", 1) == ("Starting the tunnel manager: tunnel_mngr\ntunnel_mngr: cannot start: a daemon "
+                                          "without a PID file is at work; restart ends it first.\n failed!\n")
     assert [other.pid for other in house.daemons()] == [daemon.pid]
 
 
@@ -164,8 +163,9 @@ def test_a_single_run_is_left_alone(house):
     house.router.program("firewall").on(stay=True, times=1)
     single = house.router.spawn(["/usr/sbin/tunnel_mngr"])
     house.router.wait_for("exec", program="firewall")
-    for word in ("start", "restart"):
-        assert "tunnel_mngr: cannot start: a single run is under way.\n" in service(house, word, 1)
+    for begun, word in (("Starting", "start"), ("Restarting", "restart")):
+        assert service(house, word, 1) == (f"{begun} the tunnel manager: tunnel_mngr\n"
+                                           "tunnel_mngr: cannot start: a single run is under way.\n failed!\n")
     house.router.program("firewall").exit()
     assert single.wait_exit() == 0
     started(house)
@@ -173,8 +173,8 @@ def test_a_single_run_is_left_alone(house):
 
 def test_without_shared_memory_it_says_so_in_one_line(house):
     house.take_shared_memory_away()
-    said = service(house, "start", 1).splitlines(keepends=True)
-    assert said.count(NO_SHARED_MEMORY) == 1 and not house.daemons()
+    said = service(house, "start", 1)
+    assert said == f"Starting the tunnel manager: tunnel_mngr\n{NO_SHARED_MEMORY} failed!\n" and not house.daemons()
 
 
 def test_nobody_waits_for_the_streams_of_the_daemon(house):
