@@ -57,6 +57,18 @@ class PlainBuild(unittest.TestCase):
     def test_who_names_a_build_type_keeps_the_symbols(self):
         self.assertEqual([has_symbols(program) for program in self.installed("-DCMAKE_BUILD_TYPE=MinSizeRel")], [True, True])
 
+    def test_installs_what_starts_the_daemon_without_systemd(self):
+        self.installed()
+        executable = {"libexec/tunnel_mngr-foreground": True, "libexec/tunnel_mngr-functions": False,
+                      "share/doc/tunnel_mngr/examples/inittab": False, "share/doc/tunnel_mngr/examples/openrc": True,
+                      "share/doc/tunnel_mngr/examples/runit-run": True}
+        for name, expected in executable.items():
+            file = self.folder / "prefix" / name
+            self.assertEqual(file.stat().st_mode & 0o100 != 0, expected, name)
+            text = file.read_text()
+            self.assertNotRegex(text, r"@\w+@", name)
+            self.assertIn("/usr/local/", text, name)
+
     def test_says_that_tests_are_left_out(self):
         configured = configure(self.folder, "-DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON")
         self.assertEqual(configured.returncode, 0, configured.stderr)

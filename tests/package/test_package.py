@@ -12,13 +12,18 @@ MUST_HAVE = {
     "etc/init.d/tunnel_mngr": "-rwxr-xr-x",
     "lib/systemd/system/tunnel_mngr.service": "-rw-r--r--",
     "usr/lib/tmpfiles.d/tunnel_mngr.conf": "-rw-r--r--",
+    "usr/libexec/tunnel_mngr-foreground": "-rwxr-xr-x",
+    "usr/libexec/tunnel_mngr-functions": "-rw-r--r--",
     "usr/sbin/tunnel_mngr": "-rwxr-xr-x",
     "usr/sbin/tunnelctl": "-rwxr-xr-x",
     "usr/share/bash-completion/completions/tunnelctl": "-rw-r--r--",
     "usr/share/doc/tunnel-mngr/README.Debian": "-rw-r--r--",
     "usr/share/doc/tunnel-mngr/changelog.gz": "-rw-r--r--",
     "usr/share/doc/tunnel-mngr/copyright": "-rw-r--r--",
+    "usr/share/doc/tunnel-mngr/examples/inittab": "-rw-r--r--",
+    "usr/share/doc/tunnel-mngr/examples/openrc": "-rwxr-xr-x",
     "usr/share/doc/tunnel-mngr/examples/router.json": "-rw-r--r--",
+    "usr/share/doc/tunnel-mngr/examples/runit-run": "-rwxr-xr-x",
     "usr/share/man/man8/tunnel_mngr.8.gz": "-rw-r--r--",
     "usr/share/man/man8/tunnelctl.8.gz": "-rw-r--r--",
 }
@@ -77,6 +82,17 @@ def test_the_files_are_there_with_their_modes():
     assert {owner for _, owner in found.values()} == {"root/root"}
     assert {name: found.get(name, ("missing",))[0] for name in MUST_HAVE} == MUST_HAVE
     assert not [name for name in found if not name.startswith(("etc/init.d/", "lib/", "usr/"))]
+
+
+def test_the_scripts_name_what_is_packaged(unpacked):
+    """By whole paths, which the build has put in."""
+    scripts = [*(unpacked / "usr/libexec").iterdir(), unpacked / "etc/init.d/tunnel_mngr",
+               *(unpacked / "usr/share/doc/tunnel-mngr/examples" / name for name in ("inittab", "openrc", "runit-run"))]
+    for script in scripts:
+        text = script.read_text()
+        assert not re.search(r"@\w+@", text), script
+        named = re.findall(r"/usr/(?:sbin|libexec|lib)/[\w./-]*tunnel_mngr[\w.-]*", text)
+        assert named and all(name.removeprefix("/") in MUST_HAVE for name in named), (script, named)
 
 
 def test_the_unit_starts_the_packaged_program(unpacked):
