@@ -7,11 +7,22 @@ import pytest
 
 from c_library import SEMAPHORES
 from daemon_stories import MONITORS_START, PID_FILE, SEMAPHORE, assert_no_instance, wait_until_idle
-from init_systems import DAEMON, ENDED, FOREGROUND, NO_SHARED_MEMORY, SHELL, House
+from init_systems import DAEMON, ENDED, FOREGROUND, INSTANCE, NO_SHARED_MEMORY, SHELL, House
 from sandbox.process import Process
 
 # A mount namespace with shared memory of its own, as a container has it.
 CONTAINER = ("unshare", "--mount", "sh", "-c", 'mount -t tmpfs tmpfs /dev/shm && exec "$@"', "sh")
+# A daemon with a child that has not become another program yet; the child says so when it is told to end.
+FORKED = INSTANCE.replace("subprocess.run(command)", """
+import signal
+def end(*_):
+    print("the daemon was told" if child else "the child was told", flush=True)
+    if child: os.kill(child, signal.SIGKILL)
+    os._exit(0)
+signal.signal(signal.SIGTERM, end)
+child = os.fork()
+while True: signal.pause()
+""")
 NO_INSTANCES = {
     "another program": {"name": "something"},
     "a request to refresh": {"end": "asked for"},
@@ -193,6 +204,17 @@ def test_a_start_by_a_script_that_was_killed_is_waited_for_and_ended(house, shel
     assert_no_instance(house.router)
 
 
+def test_a_child_that_has_not_become_a_program_yet_is_not_told_to_end(house):
+    """It may be the next command of a run. Its number comes first here, as that of a file."""
+    words = ["/usr/bin/python3", "-c", FORKED, "tunnel_mngr", "/dev/shm/sem.IMITATION", "made", "--daemonize"]
+    daemon = with_number(house, 99, *words)
+    house.router.wait_until(lambda: daemon.children() == [100], "its child")
+    script = start(house)
+    house.wait_until_it_waits(script)
+    assert script.terminate() == 0
+    assert daemon.stdout == "made\nthe daemon was told\n"
+
+
 def test_a_daemon_that_has_lost_its_semaphore_is_looked_after(house):
     """Of two starts at once the second takes the first for dead, and removes its semaphore."""
     house.router.api.on("wans", hang=True, times=1)
@@ -234,15 +256,15 @@ def test_a_later_process_with_the_number_of_the_daemon_is_not_the_daemon(house, 
     for process in (daemon, *house.processes("openvpn")):  # the number stays taken while one is in its session
         process.signal(signal.SIGKILL)
     house.router.wait_until(lambda: daemon.facts() is None, "the daemon's funeral")
-    later = house.router.wait_until(lambda: with_number(house, daemon.pid), "a process with that number")
+    later = house.router.wait_until(lambda: with_number(house, daemon.pid, "sleep", "1000"), "one with that number")
     script.signal(signal.SIGCONT)
     assert script.wait_exit() == 1 and later.alive()
 
 
-def with_number(house: House, number: int) -> Process | None:
+def with_number(house: House, number: int, *argv: str) -> Process | None:
     """Has the kernel go on counting processes from there."""
     house.router.write_file("/proc/sys/kernel/ns_last_pid", str(number - 1))
-    process = house.router.spawn(["sleep", "1000"])
+    process = house.router.spawn([*argv])
     return process if process.pid == number else None
 
 
