@@ -147,6 +147,17 @@ class House:
         self.router.wait_until(lambda: process.stdout == f"{end}\n", "the semaphore")
         return process
 
+    def with_number(self, number: int, *argv: str) -> Process | None:
+        """Starts a process and has the kernel go on counting processes from there; None where somebody was quicker."""
+        self.router.write_file("/proc/sys/kernel/ns_last_pid", str(number - 1))
+        process = self.router.spawn([*argv])
+        return process if process.pid == number else None
+
+    def leave_remains(self, number: int | str) -> None:
+        """As a daemon that was killed leaves them."""
+        self.router.write_file(SEMAPHORE, "")
+        self.router.write_file(PID_FILE, f"{number}\n")
+
     def take_shared_memory_away(self) -> None:
         self.do(["umount", "/dev/shm"])
         self.do(["rmdir", "/dev/shm"])
@@ -196,8 +207,21 @@ class House:
     def wait_for_end(self, process: Process) -> None:
         self.router.wait_until(lambda: not process.alive(), f"the end of {process.pid}", timeout=30)
 
+    # ---- tunnel_mngr-foreground by itself ----
+
+    def start(self, shell: list[str] = SHELL, *arguments: str) -> Process:
+        return self.router.spawn([*shell, FOREGROUND, *arguments])
+
+    def started(self, shell: list[str] = SHELL) -> tuple[Process, Process]:
+        """The script, which waits, and the daemon, whose first run is over."""
+        mark = self.router.mark()
+        script = self.start(shell)
+        daemon = self.wait_for_run(mark)
+        self.wait_until_it_waits(script)
+        return script, daemon
+
     def wait_until_it_waits(self, script: Process, looks: int = 1) -> None:
-        """Each look of tunnel_mngr-foreground is followed by a sleep."""
+        """Each of its looks is followed by a sleep."""
         seen = set()
 
         def has_looked() -> bool:

@@ -135,8 +135,8 @@ def test_a_stop_waits_for_a_daemon_that_was_told_to_end(house):
 
 def test_a_start_beside_a_daemon_that_ends_says_so(house):
     daemon = told_to_end(house)
-    assert service(house, "start", 1) == ("Starting the tunnel manager: tunnel_mngr\ntunnel_mngr: cannot start: a daemon "
-                                          "without a PID file is at work; restart ends it first.\n failed!\n")
+    complaint = "tunnel_mngr: cannot start: a daemon without a PID file is at work; restart ends it first.\n"
+    assert service(house, "start", 1) == f"Starting the tunnel manager: tunnel_mngr\n{complaint} failed!\n"
     assert [other.pid for other in house.daemons()] == [daemon.pid]
 
 
