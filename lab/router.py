@@ -108,6 +108,8 @@ class Router(Node):
         self._install("firewall", FIREWALL)
         os.symlink(self._companion, "/run/lab/bin/tunnelctl")
         pathlib.Path("/proc/sys/net/ipv4/ip_forward").write_text("1")
+        # A line that finds no room in the log's queue within a second is lost, and an emulated processor reads slowly.
+        pathlib.Path("/proc/sys/net/unix/max_dgram_qlen").write_text("10000")
         file = open(self.record, "w")
 
         def write(message: dict) -> None:
