@@ -9,6 +9,7 @@
 #include "simulation/process.h"
 #include "simulation/rules.h"
 #include "simulation/snapshot.h"
+#include "simulation/text.h"
 #include "simulation/world.h"
 
 namespace simulation {
@@ -120,18 +121,16 @@ void refresh(const Process& daemon, int printLevel) {
   require(world->lastErrorAt < begin, "there is an ERROR: " + world->lastError);
 }
 
-std::size_t callsOf(const Process& daemon) {
+std::size_t threadsNamed(const Process& daemon, const std::string& beginning) {
   const std::vector<Thread*> threads = scheduler->threadsOf(daemon);
-  return static_cast<std::size_t>(
-      std::count_if(threads.begin(), threads.end(), [](const Thread* one) { return one->name == "call"; }));
+  return static_cast<std::size_t>(std::count_if(
+      threads.begin(), threads.end(), [&beginning](const Thread* one) { return startsWith(one->name, beginning); }));
 }
 
-/// Whatever happened to the runs, the thread that would bring about the next one is there.
-void requireWanMonitor(const Process& daemon) {
-  const std::vector<Thread*> threads = scheduler->threadsOf(daemon);
-  const bool isThere =
-      std::any_of(threads.begin(), threads.end(), [](const Thread* one) { return one->name == "WAN_MONITOR"; });
-  require(isThere || !daemon.watch.hasWanMonitor, "the WAN monitor is gone");
+/// Whatever happened to the runs, the threads that would bring about the next one are there.
+void requireMonitors(const Process& daemon) {
+  require(threadsNamed(daemon, "WAN_MONITOR") == 1 || !daemon.watch.hasWanMonitor, "the WAN monitor is gone");
+  require(threadsNamed(daemon, "FQDN_MONITOR") >= daemon.watch.nameMonitors, "a name monitor is gone");
 }
 
 /// By itself, however looks and runs met the faults: the look under way may still have failed, the next one sees it.
@@ -145,7 +144,8 @@ void requireWan(const Process& daemon) {
 }
 
 void requireThreads(const Process& daemon) {
-  require(comesTrue(kMinute, [&daemon] { return callsOf(daemon) == 0; }), "a call of a monitor does not end");
+  require(comesTrue(kMinute, [&daemon] { return threadsNamed(daemon, "call") == 0; }),
+          "a call of a monitor does not end");
   require(daemon.watch.hasWanMonitor || daemon.watch.threadRefused, "there is no WAN monitor");
   const std::size_t expected = 1 + (daemon.watch.hasWanMonitor ? 1 : 0) + world->configuration.watched();
   const std::size_t number = scheduler->threadsOf(daemon).size();
@@ -176,12 +176,18 @@ Snapshot ofFreshRouter(const Plan& plan, const World& before) {
   fresh.configuration = before.configuration;
   World* const kept = world;
   world = &fresh;
-  Process& daemon = started(plan.printLevel);
-  settle();
-  Snapshot snapshot = snapshotOf(daemon);
-  killProcess(daemon);
-  world = kept;
-  return snapshot;
+  try {
+    Process& daemon = started(plan.printLevel);
+    settle();
+    Snapshot snapshot = snapshotOf(daemon);
+    killProcess(daemon);
+    world = kept;
+    return snapshot;
+  } catch (const GivenUp&) {
+    kept->violation = "on a fresh router: " + fresh.violation;
+    world = kept;
+    throw;
+  }
 }
 
 }  // namespace
@@ -189,12 +195,13 @@ Snapshot ofFreshRouter(const Plan& plan, const World& before) {
 void bringToItsEnd(const Plan& plan) {
   say("everything is healed");
   world->faults.heal();
+  world->logSlowUntil = std::min(world->logSlowUntil, timeNow());
   world->ambushes.clear();
   if (world->configuration.wan.empty()) world->configuration.wan = "198.51.100.1";
   sleepUntil(timeNow() + kCallsHaveEnded);
   const Process& daemon = theOneDaemon(plan.printLevel);
   requireChildren(daemon);
-  requireWanMonitor(daemon);
+  requireMonitors(daemon);
   requireWan(daemon);
   refresh(daemon, plan.printLevel);
   requireNothingLeft(daemon);

@@ -55,8 +55,9 @@ void runMain(Process& process) {
   } catch (const std::exception& exception) {
     // The loop of a daemon is what catches exceptions.
     const Faults& faults = world->faults;
-    const bool isExplained = process.watch.memoryRefused ||  // if only before the exception had come so far
-                             (!process.detached && (faults.has(FaultKind::kNoDescriptor) || isAboutTypes(exception)));
+    const bool isOfMemory = process.watch.memoryRefused && dynamic_cast<const std::bad_alloc*>(&exception) != nullptr;
+    const bool isExplained =
+        isOfMemory || (!process.detached && (faults.has(FaultKind::kNoDescriptor) || isAboutTypes(exception)));
     if (!isExplained) violate(std::string("an exception leaves main: ") + exception.what());
     say(std::string("an exception leaves main: ") + exception.what());
     endCurrentProcess(128 + SIGABRT);

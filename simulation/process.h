@@ -57,12 +57,14 @@ struct Watch {
   bool wanted = false;
   bool hasWanMonitor = false;
   bool threadRefused = false;
-  bool memoryRefused = false;  ///< to its main thread
+  bool memoryRefused = false;        ///< to its main thread
+  unsigned int insideLibraries = 0;  ///< how many threads are, whose globals a return from main would destroy
   std::size_t descriptorsAtRest = 0;
   bool soughtWan = false;                     ///< in this run
   bool ranFirewall = false;                   ///< in this run, so that it has come to its end
   std::optional<std::string> wanOfTunnels{};  ///< what the last run has found, "" for none, if it has come to its end
   std::uint64_t monitorsEnded = 0;            ///< how often the name monitors, if there were any, have been
+  std::size_t nameMonitors = 0;               ///< that have begun since then
   std::map<std::string, std::set<std::string>> addresses{};  ///< of hosts, "" for none, as the last run has found them
   std::string movedHost{};                                   ///< that a monitor has found elsewhere
   Time movedAt = kForever;                                   ///< when, if nothing has been requested since

@@ -8,7 +8,6 @@
 #include "api/wan_list.h"
 #include "simulation/text.h"
 #include "simulation/world.h"
-#include "support/cancellation.h"
 
 namespace simulation {
 namespace {
@@ -21,6 +20,9 @@ constexpr Time kPace = 9 * kSecond;
 /// A step of that clock is seen by the pass after the one that goes on.
 constexpr Time kStepSeen = kMinute;
 constexpr Time kReapBound = 100 * kMillisecond;
+
+/// An exit status from here on is that of a process that a signal has ended.
+constexpr int kSignalled = 128;
 
 /// How often a pass may begin another ping after something better was wanted: once, if it had looked before.
 constexpr unsigned int kPingsThatMayFollow = 1;
@@ -67,6 +69,7 @@ void runEnds(Watch& watch) {
 /// Those that there may have been: what they ask is nobody's any more.
 void endMonitors(Watch& watch) {
   ++watch.monitorsEnded;
+  watch.nameMonitors = 0;
   watch.movedAt = kForever;
 }
 
@@ -115,7 +118,7 @@ void ruleIdleEnds(Process& process, Time since, bool timedOut) {
   ++watch.idleRounds;
   if (watch.terminated == kForever && watch.requestOpen <= since && process.pending == 0)
     violate("a request is lost: made at " + seconds(watch.requestOpen) + ", no run has begun since");
-  if (watch.terminated == kForever && watch.movedAt <= since && slowLogSince(watch.movedAt) == 0)
+  if (watch.terminated == kForever && watch.movedAt + slowLogSince(watch.movedAt) <= since)
     violate("a monitor has found " + watch.movedHost + " elsewhere and requests nothing");
   if (watch.runs > 0) watch.requests = watch.runs - 1;  // what was folded into one run allows no other
   if (watch.runs > 0 && watch.requestOpen != kForever) ++watch.requests;
@@ -130,6 +133,8 @@ void ruleAct(Process& process, const std::string& what) {
     process.watch.supervisedFiles = process.watch.writtenFiles;
     process.watch.ranFirewall = true;
   }
+  if (startsWith(what, "runs ip tunnel add ") && what.find(" local " + currentWanIp + " ") == std::string::npos)
+    violate("a tunnel is built on another WAN than " + currentWanIp + ": " + what);
   if (startsWith(what, "runs ping ")) lookAtPing(process.watch, what);
 }
 
@@ -207,7 +212,7 @@ void ruleGlobalsGo(const Process& process) {
   const bool hasMonitor = std::any_of(threads.begin(), threads.end(), [&process](const Thread* one) {
     return one != process.main && one->name != "call";
   });
-  if (hasMonitor || ZEL::Cancellation::callsUnderWay() > 0)
+  if (hasMonitor || process.watch.insideLibraries > 0)
     violate("the process's globals go while other threads need them");
 }
 
@@ -223,8 +228,13 @@ void requireChildren(const Process& daemon) {
   }
 }
 
-void ruleEnds(Process& process, int) {
+/// A daemon ends because it is told to, and in order; not by itself, whatever goes wrong.
+void ruleEnds(Process& process, int status) {
   process.watch.inRun = false;
+  if (!process.detached || status >= kSignalled) return;
+  if (process.watch.terminated == kForever || status != 0)
+    violate("the daemon ends by itself, with status " + std::to_string(status));
+  requireEndInTime(process);
 }
 
 LookUp::LookUp(Process& process, std::string host)

@@ -32,6 +32,18 @@ struct Request {
 
 constexpr std::array<int, 5> kResolverErrors{HOST_NOT_FOUND, TRY_AGAIN, NO_RECOVERY, NO_DATA, NETDB_INTERNAL};
 
+/// The current thread is inside a library while the scope lasts.
+class InLibrary {
+ public:
+  InLibrary() : watch_(currentProcess()->watch) { ++watch_.insideLibraries; }
+  ~InLibrary() { --watch_.insideLibraries; }
+  InLibrary(const InLibrary&) = delete;
+  InLibrary& operator=(const InLibrary&) = delete;
+
+ private:
+  Watch& watch_;
+};
+
 /// Hands a part of the answer over to the program.
 bool deliver(const Request& request, const char* bytes, std::size_t size) {
   place();
@@ -123,6 +135,7 @@ CURLcode __wrap_curl_easy_setopt(CURL* curl, int option, ...) {
 
 CURLcode __wrap_curl_easy_perform(CURL* curl) {
   const Outside outside;
+  const InLibrary inLibrary;
   const Request request = *static_cast<const Request*>(curl);
   place();
   say("asks " + request.url.substr(request.url.find("/api")));
@@ -143,6 +156,7 @@ int __wrap_gethostbyname_r(const char* name, hostent* entry, char* buffer, size_
   place();
   *found = nullptr;
   in_addr address{};
+  const InLibrary inLibrary;
   const LookUp lookUp(*currentProcess(), name);
   *error = resolve(name, address);
   const std::string text = *error == 0 ? world->configuration.addresses[name] : "";

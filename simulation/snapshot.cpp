@@ -47,7 +47,7 @@ Snapshot snapshotOf(const Process& daemon) {
   }
   snapshot["ipsec service"] = world->ipsec.runs ? "runs" : "is stopped";
   addFiles(world->ipsec.loaded, "loaded file ", snapshot);
-  snapshot["firewall"] = world->firewallRuns > 0 ? "is initialised" : "is not";
+  snapshot["firewall"] = daemon.watch.ranFirewall ? "is initialised" : "is not";
   for (const auto& [pid, child] : world->children) {
     if (child.parent != daemon.pid || child.dies <= timeNow()) continue;
     std::string& children = snapshot["children of " + joined(child.arguments)];

@@ -17,6 +17,7 @@
 
 #include "simulation/process.h"
 #include "simulation/rules.h"
+#include "simulation/text.h"
 #include "simulation/world.h"
 
 namespace simulation {
@@ -242,7 +243,10 @@ int __wrap_prctl(int option, ...) {
   const Outside outside;
   // NOLINTNEXTLINE(performance-no-int-to-ptr): prctl(2) takes a name as a number.
   scheduler->current().name = reinterpret_cast<const char*>(argument);
-  if (scheduler->current().name == "WAN_MONITOR") currentProcess()->watch.hasWanMonitor = true;
+  const std::string& name = scheduler->current().name;
+  Watch& watch = currentProcess()->watch;
+  watch.hasWanMonitor = watch.hasWanMonitor || name == "WAN_MONITOR";
+  if (startsWith(name, "FQDN_MONITOR")) ++watch.nameMonitors;
   place();
   return 0;
 }

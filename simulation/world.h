@@ -74,7 +74,6 @@ struct World {
   std::set<std::string> semaphores{};
   std::map<pid_t, Child> children{};
   IpsecService ipsec{};
-  unsigned long firewallRuns = 0;
   Configuration configuration{};
   Time clockStep = 0;  ///< what the wall clock has been stepped by
   Time clockSteppedAt = -kMinute;
