@@ -41,8 +41,8 @@ class World(Shortages):
     def __init__(self, program: str | os.PathLike):
         super().__init__(Router(pathlib.Path(program), configurations.tunnels(0) | {"wans": configurations.wans(1)},
                                 environment=hurried(FACTOR) | STACKS_GO))
-        self.ending: list[Process] = []  # daemons that were told to end
-        self._invocations: list[Process] = []
+        self.ending: dict[Process, int] = {}  # daemons that were told to end, and the status that they must end with
+        self._invocations: dict[Process, bool] = {}  # and whether each must find the daemon
         self.configuration = 0
 
     def __enter__(self) -> "World":
@@ -73,13 +73,12 @@ class World(Shortages):
 
     def second_invocation(self) -> None:
         if self.daemon:
-            self._invocations.append(self.router.start("--printlvl", "100"))
+            self._invoke()
 
     def second_daemon(self) -> None:
         """Not where the daemon would be taken for gone."""
         if self.daemon and self._is_reachable():
-            self._note_request()
-            self._invocations.append(self.router.start("--daemonize", "--printlvl", "100"))
+            self._invoke("--daemonize")
 
     def configure(self, number: int) -> None:
         self.configuration = number
@@ -191,11 +190,16 @@ class World(Shortages):
         self.configure(self.configuration)
 
     def wait_for_ends(self) -> None:
-        """Waits for all instances to end but the daemon. What mars that only another one can do without."""
+        """Waits for all instances to end but the daemon. What mars that only another one can do without. One that could
+        not find the daemon has no status that is known: it may make a run, or meet an end or a start."""
         if self._is_marred:
             self.terminate_and_start()
         for process in [*self.ending, *self._invocations]:
             self.router.wait_for("exit", pid=process.pid, timeout=PATIENCE)
+        for process, status in self.ending.items():
+            assert process.status == status, f"the daemon {process.pid} left with {process.status}"
+        for process in (process for process, finds in self._invocations.items() if finds):
+            assert process.status == 0, f"the invocation {process.pid} left with {process.status}"
         if self.daemon is None:
             self._start()
 
@@ -226,6 +230,12 @@ class World(Shortages):
         facts = process.facts()
         return facts is not None and facts["session"] == process.pid and self.is_instance(process.pid)
 
+    def _invoke(self, *arguments: str) -> None:
+        must_find = self._is_reachable()
+        if must_find:
+            self._note_request()
+        self._invocations[self.router.start(*arguments, "--printlvl", "100")] = must_find
+
     def _is_reachable(self) -> bool:
         """Whether another instance would find the daemon, whose semaphore it must be: each takes its own away in the end."""
         others = any(process.alive() for process in [*self.ending, *self._invocations])
@@ -237,10 +247,10 @@ class World(Shortages):
             self.router.wait_for("exit", pid=process.pid, timeout=PATIENCE)
         if self.daemon:
             self.daemon.signal(number)
-            self.ending.append(self.daemon)
-            self.daemon = None
+            self.ending[self.daemon] = 0 if number == signal.SIGTERM else -number
             if number == signal.SIGKILL:
-                self.router.wait_for("exit", pid=self.ending[-1].pid, timeout=PATIENCE)
+                self.router.wait_for("exit", pid=self.daemon.pid, timeout=PATIENCE)
+            self.daemon = None
 
     def _signal_child(self, index: int, number: int) -> None:
         children = self._openvpn_processes()
