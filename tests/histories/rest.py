@@ -14,8 +14,8 @@ from sandbox.router import Router
 
 from bench.companion import service_status
 from histories import configurations, mappings
-from histories.shortages import PID_FILE
-from histories.world import EXCEPTION, MONITORS_START, PATIENCE, RUN_BEGINS, SEMAPHORE, World
+from histories.shortages import MONITORS_START, PID_FILE
+from histories.world import EXCEPTION, PATIENCE, RUN_BEGINS, SEMAPHORE, World
 
 CALM_WAN = "[TUNNEL_MNGR][WAN_MONITOR] WAN has not changed"
 LOOK_BEGINS = "[TUNNEL_MNGR][FQDN_MONITOR] tunnel:"

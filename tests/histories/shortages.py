@@ -4,6 +4,7 @@ from sandbox.process import Process
 from sandbox.router import Router
 
 PID_FILE = "/run/tunnel_mngr.pid"
+MONITORS_START = "[TUNNEL_MNGR] v_apFqdnMonitor size"
 # What is the router's own below /run can be written to all the same. A disk that is read-only is not filled.
 DISK_FAULTS = {
     "read-only": "mount --rbind /run /run && mount --rbind /run/sandbox /run/sandbox && mount --bind /run/api /run/api && "
@@ -80,9 +81,14 @@ class Shortages:
         self._is_marred = self._disk_is_at_fault or bool(self._short_of)
 
     def _mar_a_start(self) -> None:
-        """What cannot be had at a daemon's start is missing until its end: the PID file, the WAN monitor (docs/faults.md)."""
-        if self.daemon and not (self._has_pid_file() and "WAN_MONITOR" in self.daemon.facts()["thread_names"]):
+        """What cannot be had at a daemon's start is missing until its end: the PID file, the WAN monitor (docs/faults.md).
+        A daemon that has told of its host name monitors, which the log may not have taken, or has both is past its start:
+        what it has lost since is a defect."""
+        if self.daemon and not (self.router.find("log", MONITORS_START, pid=self.daemon.pid) or self._is_whole()):
             self._is_marred = True
+
+    def _is_whole(self) -> bool:
+        return self._has_pid_file() and "WAN_MONITOR" in self.daemon.facts()["thread_names"]
 
     def _has_pid_file(self) -> bool:
         return self.router.read_file(PID_FILE) == f"{self.daemon.pid}\n"

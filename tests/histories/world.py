@@ -15,14 +15,13 @@ from sandbox.router import Router, RouterError
 
 from histories import configurations
 from histories.mappings import STACKS_GO
-from histories.shortages import Shortages
+from histories.shortages import MONITORS_START, Shortages
 
 FACTOR = 60  # the daemon's minutes are seconds
 PATIENCE = 30  # seconds for what must happen
 STARTS = 5
 MOST_JUMP = 86400  # seconds
 RUN_BEGINS = "[TUNNEL_MNGR] MANAGING TUNNELS"
-MONITORS_START = "[TUNNEL_MNGR] v_apFqdnMonitor size"
 EXCEPTION = "[TUNNEL_MNGR] Exception caught"
 SEMAPHORE = "/dev/shm/sem.TUNNEL_MANAGER"
 PROGRAMS = ["ip", "ipsec", "firewall", "ping", "openvpn"]
