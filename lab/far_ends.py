@@ -9,7 +9,9 @@ from lab.topology import SITE_A, SITE_B
 
 FOLDER = "/run/lab/load"
 MOST = 200  # peers that have room in the addresses below
+# The addresses of router B are those of as many peers, so none may take another's place (MOBIKE, RFC 4555).
 IPSEC_CONF = """conn %default
+  mobike=no
   keyexchange=ikev2
   authby=secret
   ike=aes256-sha256-modp2048
