@@ -167,8 +167,6 @@ class StandIns:
         if watch is not None:
             _wait_for_end(watch)
         self._follow(connection, text, common)
-        with self._lock:
-            self._live.pop(call.pid, None)
 
     def _record_start(self, connection: socket.socket, call: Call, details: dict) -> tuple[str, dict]:
         """Records the start; returns the text and the fields that all later events of the stand-in have. The caller has
@@ -182,16 +180,21 @@ class StandIns:
         return text, common
 
     def _follow(self, connection: socket.socket, text: str, common: dict) -> None:
-        """Records what the stand-in reports until it has ended. No report at the end means that it was killed."""
+        """Records what the stand-in reports until it has ended. No report at the end means that it was killed. Whoever
+        knows of the end finds it gone."""
+        status = None
         while words := _receive(connection):
             what, value = words
             if what == "end":
-                self._recorder.record("end", text, status=int(value), **common)
-                _send(connection, ACKNOWLEDGED)
-                return
+                status = int(value)
+                break
             self._recorder.record("caught", text, signal=int(value), **common)
             _send(connection, ACKNOWLEDGED)
-        self._recorder.record("end", text, status=None, **common)
+        with self._lock:
+            self._live.pop(common["pid"], None)
+        self._recorder.record("end", text, status=status, **common)
+        if status is not None:
+            _send(connection, ACKNOWLEDGED)
 
     def _reply(self, program: str, arguments: list[str]) -> tuple[int, bytes]:
         rule = next((rule for rule in self._rules.get(program, []) if rule.takes(arguments)), None)
