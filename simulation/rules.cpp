@@ -238,13 +238,16 @@ void ruleEnds(Process& process, int status) {
 }
 
 LookUp::LookUp(Process& process, std::string host)
-    : process_(process), host_(std::move(host)), monitors_(process.watch.monitorsEnded), isRuns_(process.watch.inRun) {}
+    : process_(process),
+      host_(std::move(host)),
+      monitorsEnded_(process.watch.monitorsEnded),
+      isRuns_(process.watch.inRun) {}
 
 /// Two tunnels of one run may have been told two addresses. Where no monitor has begun since the run, the call is of
 /// one from before it, and nobody waits for it.
 void LookUp::finds(const std::string& address) const {
   Watch& watch = process_.watch;
-  if (watch.monitorsEnded != monitors_) return;
+  if (watch.monitorsEnded != monitorsEnded_) return;
   std::set<std::string>& known = watch.addresses[host_];
   if (isRuns_) known.insert(address);
   if (known.count(address) > 0 || watch.nameMonitors == 0) return;

@@ -48,7 +48,7 @@ class LookUp {
  private:
   Process& process_;
   std::string host_;
-  std::uint64_t monitors_;
+  std::uint64_t monitorsEnded_;
   bool isRuns_;
 };
 

@@ -245,7 +245,7 @@ int __wrap_prctl(int option, ...) {
   scheduler->current().name = reinterpret_cast<const char*>(argument);
   const std::string& name = scheduler->current().name;
   Watch& watch = currentProcess()->watch;
-  watch.hasWanMonitor = watch.hasWanMonitor || name == "WAN_MONITOR";
+  if (name == "WAN_MONITOR") watch.hasWanMonitor = true;
   if (startsWith(name, "FQDN_MONITOR")) ++watch.nameMonitors;
   place();
   return 0;
