@@ -62,7 +62,7 @@ class Children {
 
  private:
   static constexpr int kFewest = 30;
-  static constexpr int kMost = 100;
+  static constexpr int kMost = 200;
 
   const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };
