@@ -136,6 +136,7 @@ def _open_shell(lab: Lab) -> int:
     lab.deadline = time.monotonic() + START_SECONDS
     steps.add_static_key(lab)
     steps.start_daemons(lab)
+    steps.begin_ipsec_again(lab)
     print(HINTS, flush=True)
     signal.signal(signal.SIGINT, lambda *_: None)  # for the shell; a handler, since it would inherit an ignored signal
     shell = ["env", "PS1=router-a# ", "bash", "--norc", "--noprofile", "-i"]

@@ -63,6 +63,11 @@ def key_exchanges(shown: str, tunnel: str) -> set[str]:
     return set(re.findall(rf"^\s*{tunnel}_\d\S*\[\d+\]: ESTABLISHED .*\n\s*\S+ (\S+) SPIs:", shown, re.MULTILINE))
 
 
+def connecting(shown: str) -> int:
+    """From `ipsec status`: how many exchanges of keys are under way."""
+    return int(re.search(r"^Security Associations \(\d+ up, (\d+) connecting\):", shown, re.MULTILINE)[1])
+
+
 def authentication(shown: str, tunnel: str) -> str:
     """From `ipsec statusall`: how the peer of a tunnel must show who it is."""
     found = re.search(rf"^\s*{tunnel}_\d\S*: +remote: .* uses (.*) authentication$", shown, re.MULTILINE)

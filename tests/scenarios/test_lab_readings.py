@@ -98,6 +98,11 @@ def test_only_an_established_association_has_exchanged_keys():
     assert readings.key_exchanges(STATUS, "partner") == set()
 
 
+def test_an_exchange_is_under_way_until_it_is_established():
+    assert readings.connecting(STATUS) == 1
+    assert readings.connecting("Security Associations (2 up, 0 connecting):\n  none\n") == 0
+
+
 def test_authentication_and_proposal_are_those_of_the_tunnel():
     assert readings.authentication(STATUS, "office") == "pre-shared key"
     assert readings.authentication(STATUS, "partner") == "public key"
